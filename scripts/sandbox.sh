@@ -1,0 +1,71 @@
+#!/usr/bin/env bash
+# Runs a command inside the i386 Wine root, in private pid, mount and network
+# namespaces made for this one run. The network namespace holds only "lo",
+# so nothing a program sends can leave the machine; every mount made here
+# disappears with the namespaces, even after a crash.
+#
+#   sandbox.sh [options] [--] COMMAND [ARG...]
+#
+# Options:
+#   --bind DIR      make DIR (absolute) visible at the same path in the root
+#   --setup SCRIPT  shell text run in the namespace before COMMAND, outside
+#                   the root (host tools; creates network interfaces etc.)
+#   --keep-prefix   write to the Wine prefix itself instead of a throwaway
+#                   layer (used once, to create the prefix)
+#
+# COMMAND runs in the root with WINEPREFIX, HOME and WINEDEBUG set; its exit
+# status is this script's.
+set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+. "$here/common.sh"
+
+binds=()
+setup=""
+keep_prefix=0
+while [ $# -gt 0 ]; do
+    case "$1" in
+        --bind) binds+=("$(realpath "$2")"); shift 2 ;;
+        --setup) setup=$2; shift 2 ;;
+        --keep-prefix) keep_prefix=1; shift ;;
+        --) shift; break ;;
+        *) break ;;
+    esac
+done
+[ $# -gt 0 ] || die "usage: sandbox.sh [--bind DIR] [--setup SCRIPT] [--keep-prefix] COMMAND..."
+need_root
+[ -x "$KELVO_WINE_ROOT/usr/lib/wine/wine" ] || die "no Wine root at $KELVO_WINE_ROOT (run scripts/wine-root.sh)"
+
+export KELVO_WINE_ROOT KELVO_PREFIX
+export SANDBOX_SETUP=$setup SANDBOX_KEEP_PREFIX=$keep_prefix
+export SANDBOX_BINDS="${binds[*]:-}"
+
+exec unshare --pid --fork --mount --net --propagation private bash -s -- "$@" <<'INNER'
+set -euo pipefail
+root=$KELVO_WINE_ROOT
+mount -t proc proc "$root/proc"
+mount -t tmpfs tmpfs "$root/tmp"
+mount -t tmpfs tmpfs "$root/dev/shm"
+if [ "$SANDBOX_KEEP_PREFIX" = 0 ] && [ -d "$root$KELVO_PREFIX" ]; then
+    mount -t tmpfs tmpfs "$root/run"
+    mkdir -p "$root/run/layer/upper" "$root/run/layer/work"
+    mount -t overlay overlay \
+        -o "lowerdir=$root$KELVO_PREFIX,upperdir=$root/run/layer/upper,workdir=$root/run/layer/work" \
+        "$root$KELVO_PREFIX"
+fi
+for dir in $SANDBOX_BINDS; do
+    mkdir -p "$root$dir"
+    mount --bind "$dir" "$root$dir"
+done
+ip link set lo up
+if [ -n "$SANDBOX_SETUP" ]; then
+    eval "$SANDBOX_SETUP"
+fi
+cd "$root"
+status=0
+chroot "$root" env -i PATH=/usr/local/bin:/usr/bin:/bin HOME=/root \
+    WINEPREFIX="$KELVO_PREFIX" WINEDEBUG="${WINEDEBUG:--all}" \
+    ${WINEDLLOVERRIDES:+WINEDLLOVERRIDES="$WINEDLLOVERRIDES"} \
+    ${DISPLAY:+DISPLAY="$DISPLAY"} \
+    "$@" || status=$?
+exit "$status"
+INNER

@@ -1,0 +1,13 @@
+#!/usr/bin/env bash
+# Builds Kelvo and runs every test under 32-bit Wine. Installs what is
+# missing first (Debian packages, the i386 Wine root); needs root.
+#
+#   scripts/test.sh [CTEST-ARG...]     e.g. scripts/test.sh -R Netbios
+set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+. "$here/common.sh"
+need_root
+prepare_build
+cmake --build --preset mingw
+cd "$here/.."
+ctest --preset mingw "$@"

@@ -1,0 +1,56 @@
+#!/usr/bin/env bash
+# Makes the i386 Debian root with 32-bit Wine that Kelvo and its tests run in,
+# when it is missing or incomplete; does nothing when it is complete.
+set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+. "$here/common.sh"
+
+root=$KELVO_WINE_ROOT
+stamp=$root/.kelvo-root-level
+if [ "$(cat "$stamp" 2>/dev/null)" = "$KELVO_ROOT_LEVEL" ]; then
+    exit 0
+fi
+need_root
+ensure_host_packages debootstrap debian-archive-keyring util-linux iproute2
+
+if [ ! -x "$root/usr/bin/apt-get" ] || [ ! -e "$root/.kelvo-bootstrapped" ]; then
+    if [ -e "$root" ]; then
+        if findmnt -rn -o TARGET | grep -q "^$root/"; then
+            die "something is mounted below $root; not removing it"
+        fi
+        say "removing the incomplete Wine root $root"
+        rm -rf --one-file-system "$root"
+    fi
+    mirror=$(host_mirror)
+    suite=$(. /etc/os-release && echo "$VERSION_CODENAME")
+    say "creating the i386 Debian root for Wine at $root (about a minute)"
+    mkdir -p "$(dirname "$root")"
+    debootstrap --arch=i386 --variant=minbase "$suite" "$root" "$mirror" >/dev/null
+    touch "$root/.kelvo-bootstrapped"
+fi
+
+say "installing inside the Wine root: $KELVO_ROOT_PACKAGES"
+log=$(mktemp)
+if ! unshare --mount --propagation private bash -c '
+    set -e
+    mount -t proc proc "$1/proc"
+    chroot "$1" env DEBIAN_FRONTEND=noninteractive apt-get update -qq
+    chroot "$1" env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y -qq --no-install-recommends $2
+    chroot "$1" apt-get clean
+' _ "$root" "$KELVO_ROOT_PACKAGES" >"$log" 2>&1; then
+    cat "$log" >&2
+    rm -f "$log"
+    die "installing packages inside the Wine root failed"
+fi
+rm -f "$log"
+
+if [ ! -e "$root$KELVO_PREFIX/.kelvo-prefix-done" ]; then
+    say "creating the Wine prefix (about ten seconds)"
+    rm -rf "$root$KELVO_PREFIX"
+    mkdir -p "$root$KELVO_PREFIX"
+    "$here/sandbox.sh" --keep-prefix sh -c '/usr/lib/wine/wine wineboot --init && /usr/lib/wine/wineserver -w'
+    touch "$root$KELVO_PREFIX/.kelvo-prefix-done"
+fi
+echo "$KELVO_ROOT_LEVEL" > "$stamp"
+say "Wine root ready"
