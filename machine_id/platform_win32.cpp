@@ -1,0 +1,92 @@
+// The platform operations on real Windows (and Wine).
+#include "platform.h"
+
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <wchar.h>
+
+namespace {
+
+typedef UCHAR(APIENTRY* NetbiosFn)(PNCB request);
+
+// The NetBIOS library between PlatformNetbiosOpen and PlatformNetbiosClose.
+// It stays loaded for a whole probe: unloading it drops the names and the
+// reset state that the probe's requests build on.
+HMODULE netapi32 = nullptr;
+NetbiosFn netbios = nullptr;
+
+}  // namespace
+
+bool PlatformGetVersion(OSVERSIONINFOW& info) {
+    return GetVersionExW(&info) != FALSE;
+}
+
+HMODULE PlatformLoadSystemLibrary(const wchar_t* fileName) {
+    wchar_t path[MAX_PATH];
+    const UINT length = GetSystemDirectoryW(path, MAX_PATH);
+    if (length == 0 || length + 1 + wcslen(fileName) >= MAX_PATH) {
+        return nullptr;
+    }
+    path[length] = L'\\';
+    wcscpy(path + length + 1, fileName);
+    // The DLL's own imports are looked up from its folder too.
+    return LoadLibraryExW(path, nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
+}
+
+FARPROC PlatformGetProcAddress(HMODULE library, const char* procName) {
+    return GetProcAddress(library, procName);
+}
+
+void PlatformFreeLibrary(HMODULE library) {
+    FreeLibrary(library);
+}
+
+void* PlatformMalloc(size_t size) {
+    return malloc(size);
+}
+
+void PlatformFree(void* block) {
+    free(block);
+}
+
+void* PlatformHeapAlloc(SIZE_T size) {
+    return HeapAlloc(GetProcessHeap(), 0, size);
+}
+
+void PlatformHeapFree(void* block) {
+    HeapFree(GetProcessHeap(), 0, block);
+}
+
+void PlatformNetbiosOpen() {
+    netapi32 = PlatformLoadSystemLibrary(L"netapi32.dll");
+    if (netapi32 != nullptr) {
+        netbios = reinterpret_cast<NetbiosFn>(
+            reinterpret_cast<void (*)(void)>(GetProcAddress(netapi32, "Netbios")));
+    }
+}
+
+void PlatformNetbiosClose() {
+    netbios = nullptr;
+    if (netapi32 != nullptr) {
+        FreeLibrary(netapi32);
+        netapi32 = nullptr;
+    }
+}
+
+UCHAR PlatformNetbios(NCB& request) {
+    // The return value, not ncb_retcode: for a LAN adapter that does not
+    // exist Wine answers NRC_BRIDGE and leaves the field as it was.
+    return netbios != nullptr ? netbios(&request) : UCHAR(NRC_OPENERR);
+}
+
+int PlatformRand() {
+    return rand();
+}
+
+void PlatformPrintf(const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    vprintf(format, args);
+    va_end(args);
+}
