@@ -45,12 +45,17 @@ if ! unshare --mount --propagation private bash -c '
 fi
 rm -f "$log"
 
-if [ ! -e "$root$KELVO_PREFIX/.kelvo-prefix-done" ]; then
+# The prefix caches what the root offers (fonts, for one), so it is made
+# anew whenever the root's packages change.
+if [ "$(cat "$root$KELVO_PREFIX/.kelvo-prefix-level" 2>/dev/null)" != "$KELVO_ROOT_LEVEL" ]; then
     say "creating the Wine prefix (about ten seconds)"
     rm -rf "$root$KELVO_PREFIX"
     mkdir -p "$root$KELVO_PREFIX"
     "$here/sandbox.sh" --keep-prefix sh -c '/usr/lib/wine/wine wineboot --init && /usr/lib/wine/wineserver -w'
-    touch "$root$KELVO_PREFIX/.kelvo-prefix-done"
+    # Wine's own TrueType fonts (Marlett draws the caption buttons) are not
+    # found where this Wine looks unless they are in the prefix.
+    cp "$root"/usr/share/wine/fonts/*.ttf "$root$KELVO_PREFIX/drive_c/windows/Fonts/"
+    echo "$KELVO_ROOT_LEVEL" > "$root$KELVO_PREFIX/.kelvo-prefix-level"
 fi
 echo "$KELVO_ROOT_LEVEL" > "$stamp"
 say "Wine root ready"
