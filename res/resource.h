@@ -1,0 +1,6 @@
+// Resource identifiers shared by kelvo.rc and the program.
+#pragma once
+
+#define IDD_KELVO_DIALOG 102
+#define IDR_MAINFRAME 128
+#define IDC_MACHINE_ID 1000
