@@ -1,9 +1,99 @@
 #!/usr/bin/env bash
-# Builds Kelvo. Installs what is missing first; needs root.
+# Builds Kelvo.exe and runs it under 32-bit Wine. Installs what is missing
+# first; needs root.
+#
+#   scripts/run.sh                 this machine's Ethernet adapters
+#   scripts/run.sh --isolated MAC  one Ethernet adapter with address MAC
+#
+# Kelvo never runs in this machine's own network namespace (its NetBIOS
+# fallback broadcasts). It runs in a private one that holds copies of this
+# machine's Ethernet interfaces: tap devices with the same hardware
+# addresses in the same order, so it finds the address it would find here.
+#
+# With an X display (DISPLAY=:N) the dialog opens there. Without one, a
+# virtual X server is started; kelvo_ui reads the field, saves a screenshot
+# and presses OK.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 . "$here/common.sh"
+
+isolated_mac=""
+case "${1:-}" in
+    "") ;;
+    --isolated)
+        isolated_mac=$(tr 'A-F-' 'a-f:' <<<"${2:-}")
+        [[ $isolated_mac =~ ^([0-9a-f]{2}:){5}[0-9a-f]{2}$ ]] \
+            || die "--isolated needs a hardware address such as 00:1A:2B:3C:4D:5E"
+        ;;
+    *) die "usage: scripts/run.sh [--isolated MAC]" ;;
+esac
+
 need_root
 prepare_build
-cmake --build --preset mingw
-say "built the machine identifier; the Kelvo.exe dialog is not part of the build yet"
+cmake --build --preset mingw --target Kelvo kelvo_ui
+build=$(cd "$here/.." && pwd)/build/mingw
+kelvo=$build/app/Kelvo.exe
+out=$build/run
+mkdir -p "$out"
+
+# Interfaces that Windows would list as Ethernet, in its order (ascending
+# interface index): hardware type 1 (Ethernet), not wireless.
+machine_ethernet() {
+    local dir
+    for dir in /sys/class/net/*; do
+        [ "$(cat "$dir/type")" = 1 ] && [ ! -d "$dir/wireless" ] || continue
+        printf '%s %s %s\n' "$(cat "$dir/ifindex")" "$(basename "$dir")" "$(cat "$dir/address")"
+    done | sort -n
+}
+
+setup=""
+if [ -n "$isolated_mac" ]; then
+    say "private network namespace with one Ethernet adapter, $isolated_mac"
+    setup="ip tuntap add dev eth0 mode tap && ip link set eth0 address $isolated_mac"
+else
+    interfaces=$(machine_ethernet)
+    if [ -z "$interfaces" ]; then
+        say "this machine has no Ethernet interface: private network namespace with only"
+        say "loopback, so Kelvo's NetBIOS fallback stays inside this machine"
+    else
+        listed=""
+        while read -r _ name mac; do
+            setup+="ip tuntap add dev $name mode tap && ip link set $name address $mac && "
+            listed+=" $name ($mac)"
+        done <<<"$interfaces"
+        setup+="true"
+        say "this machine's Ethernet interfaces, copied into a private network namespace:"
+        say "  $listed"
+        say "the first of them is the one Kelvo takes"
+    fi
+fi
+
+binds=(--bind "$build")
+if [[ ${DISPLAY:-} =~ ^:([0-9]+) ]] && [ -S "/tmp/.X11-unix/X${BASH_REMATCH[1]}" ]; then
+    say "opening the dialog on display $DISPLAY"
+    binds+=(--bind /tmp/.X11-unix)
+    if [ -n "${XAUTHORITY:-}" ] && [ -f "$XAUTHORITY" ]; then
+        binds+=(--bind "$(dirname "$XAUTHORITY")")
+    fi
+    exec "$here/sandbox.sh" "${binds[@]}" --setup "$setup" -- /usr/lib/wine/wine "$kelvo"
+fi
+
+say "no display: starting a virtual X server and reading the dialog with kelvo_ui"
+rm -f "$out/kelvo-dialog.bmp" "$out/kelvo-dialog.png"
+report=$("$here/sandbox.sh" "${binds[@]}" --setup "$setup" -- sh -c '
+    Xvfb :7 -screen 0 320x200x24 -nolisten tcp >/dev/null 2>&1 &
+    while [ ! -S /tmp/.X11-unix/X7 ]; do sleep 0.1; done
+    DISPLAY=:7 /usr/lib/wine/wine explorer /desktop=kelvo,240x120 "$1" \
+        --screenshot "$2/kelvo-dialog.bmp" "$3"
+    status=$?
+    [ -f "$2/kelvo-dialog.bmp" ] && convert "$2/kelvo-dialog.bmp" "$2/kelvo-dialog.png" \
+        && rm -f "$2/kelvo-dialog.bmp"
+    exit $status
+' _ "$build/tests/e2e/kelvo_ui.exe" "$out" "$kelvo") || { printf '%s\n' "$report"; die "kelvo_ui failed"; }
+
+field=$(sed -n 's/^field=//p' <<<"$report")
+exit_code=$(sed -n 's/^exit_code=//p' <<<"$report")
+sed -n 's/^stdout=/Kelvo wrote: /p' <<<"$report"
+echo "Machine ID: $field"
+echo "Screenshot: $out/kelvo-dialog.png"
+say "closed with OK; Kelvo exited with code $exit_code"
