@@ -11,6 +11,7 @@
 #include <windows.h>
 
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <wchar.h>
 
@@ -157,6 +158,26 @@ SIZE TemplateClientSize(const wchar_t* program) {
     return size;
 }
 
+// Kelvo's icon is a blue tile with gold contacts. A dialog with a modal
+// frame draws no caption icon unless it was given one, so both colours in
+// the caption's left corner mean the icon was set.
+bool CaptionShowsIcon(HWND window) {
+    RECT rect;
+    GetWindowRect(window, &rect);
+    const HDC screen = GetDC(nullptr);
+    bool blue = false, gold = false;
+    for (int y = rect.top; y < rect.top + 24; ++y) {
+        for (int x = rect.left; x < rect.left + 24; ++x) {
+            const COLORREF c = GetPixel(screen, x, y);
+            const int r = GetRValue(c), g = GetGValue(c), b = GetBValue(c);
+            blue = blue || (abs(r - 0x1F) < 24 && abs(g - 0x5F) < 24 && abs(b - 0xA8) < 24);
+            gold = gold || (abs(r - 0xE0) < 24 && abs(g - 0xB0) < 24 && abs(b - 0x30) < 24);
+        }
+    }
+    ReleaseDC(nullptr, screen);
+    return blue && gold;
+}
+
 bool SaveScreenshot(HWND window, const wchar_t* path) {
     RECT rect;
     GetWindowRect(window, &rect);
@@ -294,8 +315,12 @@ int wmain(int argc, wchar_t** argv) {
     gui.cbSize = sizeof gui;
     GetGUIThreadInfo(child.dwThreadId, &gui);
     Report("focus_ok", gui.hwndFocus != nullptr && gui.hwndFocus == GetDlgItem(dialog, IDOK));
+    // Wine answers WM_GETICON from another process with 0 even when the
+    // icons are set, so the caption is looked at as well.
     Report("icon_big", SendMessageW(dialog, WM_GETICON, ICON_BIG, 0) != 0);
     Report("icon_small", SendMessageW(dialog, WM_GETICON, ICON_SMALL, 0) != 0);
+    RedrawWindow(dialog, nullptr, nullptr, RDW_FRAME | RDW_INVALIDATE | RDW_UPDATENOW);
+    Report("caption_icon", CaptionShowsIcon(dialog));
 
     RECT client;
     GetClientRect(dialog, &client);
