@@ -85,8 +85,13 @@ int PlatformRand() {
 }
 
 void PlatformPrintf(const char* format, ...) {
+    // msvcrt's own formatter: MinGW's vprintf would link its ~20 KB
+    // replacement printf into the program.
+    char text[256];
     va_list args;
     va_start(args, format);
-    vprintf(format, args);
+    _vsnprintf(text, sizeof text - 1, format, args);
     va_end(args);
+    text[sizeof text - 1] = '\0';
+    fputs(text, stdout);
 }
