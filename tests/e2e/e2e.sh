@@ -56,9 +56,9 @@ fi
 
 # The interfaces, as commands run inside the namespace.
 setup="true"
-IFS=',' read -ra specs <<<"$interfaces"
-for spec in "${specs[@]}"; do
-    read -r kind name mac address <<<"$spec"
+IFS=, read -ra devices <<<"$interfaces"
+for device in "${devices[@]}"; do
+    read -r kind name mac address <<<"$device"
     [ -n "${kind:-}" ] || continue
     case "$kind" in
         tap) setup+=" && ip tuntap add dev $name mode tap" ;;
