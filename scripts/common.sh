@@ -53,8 +53,10 @@ KELVO_HOST_PACKAGES="cmake ninja-build g++-mingw-w64-i686-posix gcc-mingw-w64-i6
 
 # Installs what is missing, makes the Wine root if needed, configures.
 prepare_build() {
+    local scripts
+    scripts=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
     # shellcheck disable=SC2086
     ensure_host_packages $KELVO_HOST_PACKAGES
-    "$here/wine-root.sh"
-    cmake --preset mingw -S "$here/.." >/dev/null
+    "$scripts/wine-root.sh"
+    (cd "$scripts/.." && cmake --preset mingw >/dev/null)
 }
