@@ -1,35 +1,75 @@
-// The identifier text: the fold of the address and its hex form.
+// The identifier text: the fold of the address and its hex form, checked
+// against the test vectors published in docs/identifier.md, so that the
+// page the identifiers' recipients read can never drift from the program.
 #include "machine_id.h"
 
 #include <gtest/gtest.h>
 
+#include <stdlib.h>
+
+#include <fstream>
 #include <string>
+#include <vector>
 
 namespace {
 
-struct TextCase {
-    MachineAddress address;
-    const wchar_t* text;
+struct Vector {
+    std::string line;     // as written on the page, for messages
+    std::string address;  // "00-1A-2B-3C-4D-5E"
+    std::wstring text;    // "08-0x3c2b444d"
 };
 
-const TextCase kTextCases[] = {
-    {{{0x00, 0x1A, 0x2B, 0x3C, 0x4D, 0x5E}}, L"08-0x3c2b444d"},
-    {{{0x00, 0x50, 0x56, 0xC0, 0x00, 0x08}}, L"08-0xc0565800"},
-    {{{0x00, 0x00, 0x00, 0x00, 0x00, 0x00}}, L"08-0x0"},          // not the failure text
-    {{{0xCD, 0xAB, 0x00, 0x00, 0x00, 0x00}}, L"08-0xabcd"},       // no leading zeros, lower case
-    {{{0xFF, 0xFF, 0xFF, 0xFF, 0x00, 0x00}}, L"08-0xffffffff"},   // longest text: 13 characters
-    {{{0x01, 0x00, 0x00, 0x00, 0x01, 0x00}}, L"08-0x0"},          // folds onto all-zero
-    {{{0x34, 0x12, 0xEF, 0xBE, 0x34, 0x12}}, L"08-0xbeef0000"},   // bytes 2 and 3 pass unchanged
-    {{{0x00, 0x00, 0x00, 0x00, 0xFF, 0xFF}}, L"08-0xffff"},       // last two bytes zero-extended
-};
+// The cell's text without spaces and backticks.
+std::string Cell(const std::string& line, size_t index) {
+    size_t start = 0;
+    for (size_t i = 0; i <= index; ++i) {
+        start = line.find('|', start);
+        if (start == std::string::npos) return std::string();
+        ++start;
+    }
+    const size_t end = line.find('|', start);
+    std::string cell;
+    for (size_t i = start; i < end && i < line.size(); ++i) {
+        if (line[i] != ' ' && line[i] != '`') cell += line[i];
+    }
+    return cell;
+}
 
-TEST(FormatMachineId, FoldsTheAddressIntoHexDigits) {
-    for (const TextCase& c : kTextCases) {
-        const MachineIdText text = FormatMachineId(c.address);
-        EXPECT_EQ(std::wstring(c.text), std::wstring(text.chars))
-            << "address " << std::hex << int(c.address.bytes[0]) << ":" << int(c.address.bytes[1])
-            << ":" << int(c.address.bytes[2]) << ":" << int(c.address.bytes[3]) << ":"
-            << int(c.address.bytes[4]) << ":" << int(c.address.bytes[5]);
+// The rows of the table under "## Test vectors", header and rule excepted.
+std::vector<Vector> ReadVectors() {
+    std::ifstream page(KELVO_IDENTIFIER_DOC);
+    std::vector<Vector> vectors;
+    bool inSection = false;
+    int tableLine = 0;
+    for (std::string line; std::getline(page, line);) {
+        if (line.rfind("## ", 0) == 0) inSection = line == "## Test vectors";
+        if (!inSection || line.rfind("|", 0) != 0 || ++tableLine <= 2) continue;
+        const std::string text = Cell(line, 1);
+        vectors.push_back({line, Cell(line, 0), std::wstring(text.begin(), text.end())});
+    }
+    return vectors;
+}
+
+// "00-1A-2B-3C-4D-5E" into six bytes; false unless it has exactly that form.
+bool ParseAddress(const std::string& written, MachineAddress& address) {
+    if (written.size() != 17) return false;
+    for (size_t i = 0; i < 6; ++i) {
+        const std::string pair = written.substr(i * 3, 2);
+        char* end = nullptr;
+        address.bytes[i] = uint8_t(strtoul(pair.c_str(), &end, 16));
+        if (end != pair.c_str() + 2 || (i < 5 && written[i * 3 + 2] != '-')) return false;
+    }
+    return true;
+}
+
+TEST(FormatMachineId, GivesThePublishedIdentifierOfEveryTestVector) {
+    const std::vector<Vector> vectors = ReadVectors();
+    ASSERT_FALSE(vectors.empty()) << "no test vectors found in " << KELVO_IDENTIFIER_DOC;
+    for (const Vector& v : vectors) {
+        MachineAddress address = {};
+        ASSERT_TRUE(ParseAddress(v.address, address)) << "unreadable address in: " << v.line;
+        const std::wstring actual = FormatMachineId(address).chars;
+        EXPECT_EQ(v.text, actual) << "address " << v.address;
     }
 }
 
