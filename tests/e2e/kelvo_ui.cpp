@@ -8,7 +8,7 @@
 // dialog, reads it, closes it by the chosen means (OK by default) and
 // reports how the process ended and every line it wrote. Exit status: 0
 // when the dialog was found and the process ended, 1 otherwise.
-#include <windows.h>
+#include "live_dialog.h"
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -19,7 +19,6 @@
 
 namespace {
 
-const int kFieldId = 1000;
 const int kDialogTemplate = 102;
 
 struct Options {
@@ -27,24 +26,6 @@ struct Options {
     const wchar_t* screenshot = nullptr;
     DWORD timeoutMs = 30000;
     const wchar_t* program = nullptr;
-};
-
-// Owns a kernel handle.
-class Handle {
-public:
-    explicit Handle(HANDLE handle = nullptr) : handle_(handle) {}
-    ~Handle() { Reset(); }
-    Handle(const Handle&) = delete;
-    Handle& operator=(const Handle&) = delete;
-    HANDLE get() const { return handle_; }
-    HANDLE* out() { Reset(); return &handle_; }
-    void Reset() {
-        if (handle_ != nullptr && handle_ != INVALID_HANDLE_VALUE) CloseHandle(handle_);
-        handle_ = nullptr;
-    }
-
-private:
-    HANDLE handle_;
 };
 
 std::string Utf8(const std::wstring& text) {
@@ -70,31 +51,10 @@ std::wstring WindowText(HWND window) {
     return text;
 }
 
-struct Search {
-    DWORD processId;
-    HWND found;
-};
-
-BOOL CALLBACK FindDialog(HWND window, LPARAM lParam) {
-    Search* search = reinterpret_cast<Search*>(lParam);
-    DWORD processId = 0;
-    GetWindowThreadProcessId(window, &processId);
-    wchar_t className[16] = {};
-    GetClassNameW(window, className, 16);
-    if (processId == search->processId && wcscmp(className, L"#32770") == 0 &&
-        IsWindowVisible(window)) {
-        search->found = window;
-        return FALSE;
-    }
-    return TRUE;
-}
-
 HWND WaitForDialog(DWORD processId, HANDLE process, DWORD timeoutMs) {
     const DWORD start = GetTickCount();
     while (GetTickCount() - start < timeoutMs) {
-        Search search = {processId, nullptr};
-        EnumWindows(FindDialog, reinterpret_cast<LPARAM>(&search));
-        if (search.found != nullptr) return search.found;
+        if (const HWND found = FindShownDialog(processId)) return found;
         if (WaitForSingleObject(process, 50) == WAIT_OBJECT_0) return nullptr;
     }
     return nullptr;
@@ -302,9 +262,7 @@ int wmain(int argc, wchar_t** argv) {
         return 1;
     }
     const HWND field = GetDlgItem(dialog, kFieldId);
-    wchar_t fieldText[64] = {};  // a control of another process answers only WM_GETTEXT
-    SendMessageW(field, WM_GETTEXT, 64, reinterpret_cast<LPARAM>(fieldText));
-    const std::wstring text = fieldText;
+    const std::wstring text = FieldText(dialog);
     Report("field", Utf8(text));
     Report("caption", Utf8(WindowText(dialog)));
     Report("readonly", (GetWindowLongW(field, GWL_STYLE) & ES_READONLY) != 0);
