@@ -37,11 +37,9 @@ out=$build/bench
 mkdir -p "$out"
 
 measure() {  # RUNS SETUP: the namespace's interfaces, as shell commands
-    "$here/sandbox.sh" --bind "$build" --setup "$2" -- sh -c '
-        Xvfb :7 -screen 0 320x240x24 -nolisten tcp >/dev/null 2>&1 &
-        while [ ! -S /tmp/.X11-unix/X7 ]; do sleep 0.1; done
-        DISPLAY=:7 /usr/lib/wine/wine explorer /desktop=bench,320x240 "$@"
-    ' _ "$build/tests/bench/kelvo_bench.exe" --runs "$1" --warmup 3 \
+    "$here/sandbox.sh" --xvfb --bind "$build" --setup "$2" -- \
+        /usr/lib/wine/wine explorer /desktop=bench,320x240 \
+        "$build/tests/bench/kelvo_bench.exe" --runs "$1" --warmup 3 \
         "$build/app/Kelvo.exe" "$build/tests/bench/KelvoFloor.exe" 2>&1 | tr -d '\r'
 }
 

@@ -80,10 +80,8 @@ fi
 
 say "no display: starting a virtual X server and reading the dialog with kelvo_ui"
 rm -f "$out/kelvo-dialog.bmp" "$out/kelvo-dialog.png"
-report=$("$here/sandbox.sh" "${binds[@]}" --setup "$setup" -- sh -c '
-    Xvfb :7 -screen 0 320x200x24 -nolisten tcp >/dev/null 2>&1 &
-    while [ ! -S /tmp/.X11-unix/X7 ]; do sleep 0.1; done
-    DISPLAY=:7 /usr/lib/wine/wine explorer /desktop=kelvo,240x120 "$1" \
+report=$("$here/sandbox.sh" --xvfb "${binds[@]}" --setup "$setup" -- sh -c '
+    /usr/lib/wine/wine explorer /desktop=kelvo,240x120 "$1" \
         --screenshot "$2/kelvo-dialog.bmp" "$3"
     status=$?
     [ -f "$2/kelvo-dialog.bmp" ] && convert "$2/kelvo-dialog.bmp" "$2/kelvo-dialog.png" \

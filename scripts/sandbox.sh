@@ -12,6 +12,8 @@
 #                   the root (host tools; creates network interfaces etc.)
 #   --keep-prefix   write to the Wine prefix itself instead of a throwaway
 #                   layer (used once, to create the prefix)
+#   --xvfb          start a virtual X server (320x240) in the namespace and
+#                   give COMMAND its display
 #
 # COMMAND runs in the root with WINEPREFIX, HOME and WINEDEBUG set; its exit
 # status is this script's.
@@ -22,21 +24,23 @@ here=$(cd "$(dirname "$0")" && pwd)
 binds=()
 setup=""
 keep_prefix=0
+xvfb=0
 while [ $# -gt 0 ]; do
     case "$1" in
         --bind) binds+=("$(realpath "$2")"); shift 2 ;;
         --setup) setup=$2; shift 2 ;;
         --keep-prefix) keep_prefix=1; shift ;;
+        --xvfb) xvfb=1; shift ;;
         --) shift; break ;;
         *) break ;;
     esac
 done
-[ $# -gt 0 ] || die "usage: sandbox.sh [--bind DIR] [--setup SCRIPT] [--keep-prefix] COMMAND..."
+[ $# -gt 0 ] || die "usage: sandbox.sh [--bind DIR] [--setup SCRIPT] [--keep-prefix] [--xvfb] COMMAND..."
 need_root
 [ -x "$KELVO_WINE_ROOT/usr/lib/wine/wine" ] || die "no Wine root at $KELVO_WINE_ROOT (run scripts/wine-root.sh)"
 
 export KELVO_WINE_ROOT KELVO_PREFIX
-export SANDBOX_SETUP=$setup SANDBOX_KEEP_PREFIX=$keep_prefix
+export SANDBOX_SETUP=$setup SANDBOX_KEEP_PREFIX=$keep_prefix SANDBOX_XVFB=$xvfb
 export SANDBOX_BINDS="${binds[*]:-}"
 
 exec unshare --pid --fork --mount --net --propagation private bash -s -- "$@" <<'INNER'
@@ -61,6 +65,15 @@ if [ -n "$SANDBOX_SETUP" ]; then
     eval "$SANDBOX_SETUP"
 fi
 cd "$root"
+if [ "$SANDBOX_XVFB" = 1 ]; then
+    chroot "$root" Xvfb :7 -screen 0 320x240x24 -nolisten tcp >/dev/null 2>&1 &
+    for _ in $(seq 100); do
+        [ -S "$root/tmp/.X11-unix/X7" ] && break
+        sleep 0.1
+    done
+    [ -S "$root/tmp/.X11-unix/X7" ] || { echo "sandbox: Xvfb did not start" >&2; exit 1; }
+    DISPLAY=:7
+fi
 status=0
 chroot "$root" env -i PATH=/usr/local/bin:/usr/bin:/bin HOME=/root \
     WINEPREFIX="$KELVO_PREFIX" WINEDEBUG="${WINEDEBUG:--all}" \

@@ -82,11 +82,9 @@ fi
 version=""
 [ "$family" = nt ] || version="/usr/lib/wine/wine reg add 'HKCU\\Software\\Wine' /v Version /d $family /f >/dev/null 2>&1;"
 
-report=$("$scripts/sandbox.sh" --bind "$build" --setup "$setup" -- sh -c "
-    Xvfb :7 -screen 0 320x240x24 -nolisten tcp >/dev/null 2>&1 &
-    while [ ! -S /tmp/.X11-unix/X7 ]; do sleep 0.1; done
+report=$("$scripts/sandbox.sh" --xvfb --bind "$build" --setup "$setup" -- sh -c "
     $version
-    DISPLAY=:7 /usr/lib/wine/wine explorer /desktop=e2e,320x240 \
+    /usr/lib/wine/wine explorer /desktop=e2e,320x240 \
         '$build/tests/e2e/kelvo_ui.exe' --close '$close' --timeout 20 '$case_dir/Kelvo.exe'
 " 2>&1 | tr -d '\r') || true
 printf '%s\n' "$report"
