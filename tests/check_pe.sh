@@ -1,16 +1,19 @@
 #!/usr/bin/env bash
 # Reads a built Kelvo.exe and fails unless it is a small, hardened 32-bit
-# Windows GUI program:
-#   machine i386, GUI subsystem; ASLR, DEP and terminal-server-aware flags;
-#   no section both writable and executable; imports only from DLLs that
-#   Windows keeps as known DLLs (never the adapter or NetBIOS library,
-#   which are loaded at run time from the system directory); at most
-#   MAX_BYTES long.
+# Windows GUI program that starts on Windows XP SP3 and later:
+#   machine i386, GUI subsystem, operating-system and subsystem versions at
+#   most 5.1; ASLR, DEP and terminal-server-aware flags; no section both
+#   writable and executable; every imported function exported by XP SP3's
+#   DLL of that name, by the lists in xp-exports/ (there are lists only for
+#   DLLs that Windows keeps as known DLLs, so a DLL without a list fails,
+#   and the adapter and NetBIOS libraries, loaded at run time from the
+#   system directory, never appear); at most MAX_BYTES long.
 #
 #   check_pe.sh PROGRAM.exe MAX_BYTES
 set -euo pipefail
 program=$1
 max_bytes=$2
+lists=$(cd "$(dirname "$0")/xp-exports" && pwd)
 objdump=i686-w64-mingw32-objdump
 headers=$($objdump -p "$program")
 status=0
@@ -18,6 +21,12 @@ fail() { echo "FAIL: $*"; status=1; }
 
 grep -q 'file format pei-i386' <<<"$headers" || fail "not an i386 PE image"
 grep -qE '^Subsystem[[:space:]]+00000002' <<<"$headers" || fail "not a GUI subsystem program"
+
+for kind in OSystem:operating-system Subsystem:subsystem; do
+    major=$(awk -v key="Major${kind%%:*}Version" '$1 == key {print $2}' <<<"$headers")
+    minor=$(awk -v key="Minor${kind%%:*}Version" '$1 == key {print $2}' <<<"$headers")
+    (( major < 5 || (major == 5 && minor <= 1) )) || fail "${kind#*:} version $major.$minor is above XP's 5.1"
+done
 
 flags=$((16#$(awk '/^DllCharacteristics/ {print $2}' <<<"$headers")))
 for check in "0x0040 ASLR (dynamic base)" "0x0100 DEP (NX compatible)" "0x8000 terminal-server aware"; do
@@ -32,12 +41,18 @@ $objdump -h "$program" | awk '/^ +[0-9]+ / {name=$2; next} /CODE/ && !/READONLY/
     while read -r section; do echo "FAIL: section $section is writable and executable"; done |
     grep . && status=1
 
-known="kernel32.dll user32.dll gdi32.dll msvcrt.dll advapi32.dll shell32.dll ole32.dll"
-imports=$(awk '/DLL Name:/ {print tolower($3)}' <<<"$headers")
-for dll in $imports; do
-    grep -qw "$dll" <<<"$known" || fail "imports $dll, which is not a known DLL"
-done
-echo "imports: $(tr '\n' ' ' <<<"$imports")"
+# "DLL NAME" lines, then the functions imported from it ("hint name" rows).
+imports=$(awk '/DLL Name:/ {dll = tolower($3); print "DLL", dll; next}
+               dll != "" && /^\t[0-9a-f]+\t +[0-9]+ +[^ ]+$/ {print dll, $3}
+               /^$/ {dll = ""}' <<<"$headers")
+while read -r dll name; do
+    if [ "$dll" = DLL ]; then
+        [ -f "$lists/${name%.dll}.names" ] || fail "imports $name, for which there is no XP export list"
+    elif [ -f "$lists/${dll%.dll}.names" ] && ! grep -qxF "$name" "$lists/${dll%.dll}.names"; then
+        fail "imports $name from $dll, which Windows XP SP3's $dll does not export"
+    fi
+done <<<"$imports"
+echo "imports: $(awk '$1 == "DLL" {printf "%s ", $2}' <<<"$imports")($(grep -vc '^DLL ' <<<"$imports") functions)"
 
 size=$(stat -c %s "$program")
 echo "size: $size bytes (budget $max_bytes)"
