@@ -21,16 +21,24 @@ public:
     // when it could not be created.
     INT_PTR DoModal();
 
+    // The dialog's window while it is shown, else null.
+    HWND GetSafeHwnd() const { return m_hWnd; }
+    // The help engine's context for this dialog: 0x20000 + template number.
+    DWORD GetHelpContext() const;
+
 protected:
     virtual BOOL OnInitDialog();
     BOOL OnPaint();
     HCURSOR OnQueryDragIcon();
+    BOOL OnHelpInfo();
     BOOL OnCommand(WORD id);
 
     HICON m_hIcon;
 
 private:
     static INT_PTR CALLBACK DialogProc(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam);
+    BOOL InitDialog();
+    void CenterWindow();
 
     HWND m_hWnd = nullptr;
     HWND m_hParent;

@@ -10,8 +10,8 @@ KELVO_PREFIX=/opt/kelvo/prefix
 
 # Bump when the list of packages inside the root changes, so that an older
 # root gets the missing packages added.
-KELVO_ROOT_LEVEL=4
-KELVO_ROOT_PACKAGES="wine wine32 fonts-wine xvfb x11-utils imagemagick iproute2"
+KELVO_ROOT_LEVEL=5
+KELVO_ROOT_PACKAGES="wine wine32 fonts-wine xvfb x11-utils imagemagick iproute2 xdotool xclip"
 
 say() { printf '[kelvo] %s\n' "$*" >&2; }
 die() { say "error: $*"; exit 1; }
