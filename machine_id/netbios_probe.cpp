@@ -110,7 +110,15 @@ bool GetAddressFromNetbios(UCHAR lana, const char* name, MachineAddress& out) {
         !NetbiosAdapterStatus(lana, status.get(), kAdapterStatusSize, name)) {
         return false;
     }
-    memcpy(out.bytes, status.get(), sizeof out.bytes);  // adapter_address
+    // The status of a name lists at least that name. When a node answers
+    // the name query but never the status request, Wine still answers
+    // NRC_GOODRET and leaves the status unfilled (Windows answers
+    // NRC_CMDTMO): an empty name table means no adapter address was written.
+    const ADAPTER_STATUS* answer = static_cast<const ADAPTER_STATUS*>(status.get());
+    if (answer->name_count == 0) {
+        return false;
+    }
+    memcpy(out.bytes, answer->adapter_address, sizeof out.bytes);
     return true;
 }
 

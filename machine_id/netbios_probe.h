@@ -27,7 +27,8 @@ bool NetbiosDeleteName(UCHAR lana, const char* name);
 bool NetbiosAdapterStatus(UCHAR lana, void* buffer, WORD length, const char* name);
 
 // Reads the adapter address from the status of `name` (which must be
-// registered on `lana`) into `out`. `out` is written only on success.
+// registered on `lana`) into `out`. An answer that lists no names gives no
+// address. `out` is written only on success.
 bool GetAddressFromNetbios(UCHAR lana, const char* name, MachineAddress& out);
 
 // The whole probe on LAN adapter 0: probe name, reset, add name, status,

@@ -32,7 +32,8 @@ void* PlatformMalloc(size_t size);
 void PlatformFree(void* block);
 
 // --- Process heap (NetBIOS status buffer) -------------------------------
-// HeapAlloc and HeapFree on the process heap. NULL when the heap refuses.
+// HeapAlloc and HeapFree on the process heap. The block comes zero-filled;
+// NULL when the heap refuses.
 void* PlatformHeapAlloc(SIZE_T size);
 void PlatformHeapFree(void* block);
 

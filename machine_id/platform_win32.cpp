@@ -51,7 +51,7 @@ void PlatformFree(void* block) {
 }
 
 void* PlatformHeapAlloc(SIZE_T size) {
-    return HeapAlloc(GetProcessHeap(), 0, size);
+    return HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, size);
 }
 
 void PlatformHeapFree(void* block) {

@@ -115,7 +115,7 @@ void* PlatformHeapAlloc(SIZE_T size) {
         return nullptr;
     }
     ++fake.heapBlocksHeld;
-    return malloc(size);
+    return calloc(1, size);
 }
 
 void PlatformHeapFree(void* block) {
@@ -146,8 +146,10 @@ UCHAR PlatformNetbios(NCB& request) {
     case NCBDELNAME:
         return fake.netbios.deleteName;
     case NCBASTAT:
-        if (fake.netbios.adapterStatus == NRC_GOODRET) {
-            memcpy(request.ncb_buffer, fake.netbiosAddress, sizeof fake.netbiosAddress);
+        if (fake.netbios.adapterStatus == NRC_GOODRET && fake.netbios.fillsStatus) {
+            ADAPTER_STATUS* status = reinterpret_cast<ADAPTER_STATUS*>(request.ncb_buffer);
+            memcpy(status->adapter_address, fake.netbiosAddress, sizeof fake.netbiosAddress);
+            status->name_count = 1;
         }
         return fake.netbios.adapterStatus;
     default:

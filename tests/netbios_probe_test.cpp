@@ -113,6 +113,8 @@ TEST_F(NetbiosSequenceTest, ProbeDeletesItsNameWheneverItWasAdded) {
         {"delete fails", {0, 0, 0, NRC_ILLCMD}, false, {R, A, S, D},
          "Line 289: Got 0x3 from NetBios()\n", true},
         {"no heap for the status", {}, true, {R, A, D}, "", false},
+        {"status claims success, fills nothing", {0, 0, 0, 0, false}, false, {R, A, S, D}, "",
+         false},
     };
     for (const ProbeCase& c : cases) {
         FakePlatform& fake = ResetFake();
