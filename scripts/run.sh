@@ -11,8 +11,8 @@
 # addresses in the same order, so it finds the address it would find here.
 #
 # With an X display (DISPLAY=:N) the dialog opens there. Without one, a
-# virtual X server is started; kelvo_ui reads the field, saves a screenshot
-# and presses OK.
+# virtual X server is started, and tests/e2e/drive.sh copies the field as a
+# user would, saves a screenshot and presses OK.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 . "$here/common.sh"
@@ -30,8 +30,9 @@ esac
 
 need_root
 prepare_build
-cmake --build --preset mingw --target Kelvo kelvo_ui
-build=$(cd "$here/.." && pwd)/build/mingw
+cmake --build --preset mingw --target Kelvo
+top=$(cd "$here/.." && pwd)
+build=$top/build/mingw
 kelvo=$build/app/Kelvo.exe
 out=$build/run
 mkdir -p "$out"
@@ -78,20 +79,13 @@ if [[ ${DISPLAY:-} =~ ^:([0-9]+) ]] && [ -S "/tmp/.X11-unix/X${BASH_REMATCH[1]}"
     exec "$here/sandbox.sh" "${binds[@]}" --setup "$setup" -- /usr/lib/wine/wine "$kelvo"
 fi
 
-say "no display: starting a virtual X server and reading the dialog with kelvo_ui"
-rm -f "$out/kelvo-dialog.bmp" "$out/kelvo-dialog.png"
-report=$("$here/sandbox.sh" --xvfb "${binds[@]}" --setup "$setup" -- sh -c '
-    /usr/lib/wine/wine explorer /desktop=kelvo,240x120 "$1" \
-        --screenshot "$2/kelvo-dialog.bmp" "$3"
-    status=$?
-    [ -f "$2/kelvo-dialog.bmp" ] && convert "$2/kelvo-dialog.bmp" "$2/kelvo-dialog.png" \
-        && rm -f "$2/kelvo-dialog.bmp"
-    exit $status
-' _ "$build/tests/e2e/kelvo_ui.exe" "$out" "$kelvo") || { printf '%s\n' "$report"; die "kelvo_ui failed"; }
+say "no display: starting a virtual X server; the dialog is copied from, photographed and closed"
+rm -f "$out/kelvo-dialog.png"
+report=$("$here/sandbox.sh" --xvfb "${binds[@]}" --bind "$top/tests/e2e" --setup "$setup" -- \
+    "$top/tests/e2e/drive.sh" --screenshot "$out/kelvo-dialog.png" "$kelvo") \
+    || { printf '%s\n' "$report"; die "no dialog appeared"; }
 
-field=$(sed -n 's/^field=//p' <<<"$report")
-exit_code=$(sed -n 's/^exit_code=//p' <<<"$report")
 sed -n 's/^stdout=/Kelvo wrote: /p' <<<"$report"
-echo "Machine ID: $field"
+echo "Machine ID: $(sed -n 's/^field=//p' <<<"$report")"
 echo "Screenshot: $out/kelvo-dialog.png"
-say "closed with OK; Kelvo exited with code $exit_code"
+say "closed with OK; Kelvo exited with code $(sed -n 's/^exit_code=//p' <<<"$report")"

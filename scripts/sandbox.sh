@@ -12,7 +12,7 @@
 #                   the root (host tools; creates network interfaces etc.)
 #   --keep-prefix   write to the Wine prefix itself instead of a throwaway
 #                   layer (used once, to create the prefix)
-#   --xvfb          start a virtual X server (320x240) in the namespace and
+#   --xvfb          start a virtual X server (1024x768) in the namespace and
 #                   give COMMAND its display
 #
 # COMMAND runs in the root with WINEPREFIX, HOME and WINEDEBUG set; its exit
@@ -66,7 +66,7 @@ if [ -n "$SANDBOX_SETUP" ]; then
 fi
 cd "$root"
 if [ "$SANDBOX_XVFB" = 1 ]; then
-    chroot "$root" Xvfb :7 -screen 0 320x240x24 -nolisten tcp >/dev/null 2>&1 &
+    chroot "$root" Xvfb :7 -screen 0 1024x768x24 -nolisten tcp >/dev/null 2>&1 &
     for _ in $(seq 100); do
         [ -S "$root/tmp/.X11-unix/X7" ] && break
         sleep 0.1

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # End to end: the real Kelvo.exe under 32-bit Wine against real kernel
-# network interfaces. Each case runs in private network, mount and pid
+# network interfaces and a real NetBIOS node, used from the X side as a
+# person would (drive.sh). Each case runs in private network, mount and pid
 # namespaces of its own (scripts/sandbox.sh), so nothing leaves the machine.
 #
 #   e2e.sh --list               the case names
@@ -10,24 +11,27 @@ here=$(cd "$(dirname "$0")" && pwd)
 scripts=$(cd "$here/../../scripts" && pwd)
 
 # One case a line, fields separated by "|":
-#   name | Windows family (nt, win98) | interfaces | planted DLLs (yes, no)
-#   | how the dialog is closed | expected field | expected output lines (";")
+#   name | Windows (nt, win98) | interfaces | NetBIOS node | planted DLLs
+#   | F1 | how the dialog is closed | expected field | expected output
+#   lines (";") | what the node was asked (query kinds, or "nothing")
 # Interfaces, separated by ",": KIND NAME MAC [IPV4/PREFIX]. KIND is tap or
-# bridge (Ethernet to Windows) or tun (not Ethernet, MAC "-"). Without an
-# address an interface stays down.
+# bridge (Ethernet to Windows) or tun (not Ethernet, MAC "-"); an interface
+# without an address stays down. The node answers on the first address as
+# MAC, or with "ignore" never answers the node status, or with "negative"
+# refuses it. Closing: space (on OK), enter, escape, altf4, closebox.
 CASES=(
-"one-ethernet-down        |nt   |tap eth0 00:1a:2b:3c:4d:5e|no |ok      |08-0x3c2b444d|"
-"three-ethernet           |nt   |tap eth0 00:50:56:c0:00:08, tap eth1 00:1a:2b:3c:4d:5e, bridge br0 02:00:00:00:00:03|no |ok|08-0xc0565800|"
-"non-ethernet-first       |nt   |tun tun0 - 10.9.0.1/24, tap eth0 00:1a:2b:3c:4d:5e|no |ok |08-0x3c2b444d|"
-"loopback-only            |nt   ||no |ok      |0|Line 245: Got 0x23 from NetBios()"
-"non-ethernet-only        |nt   |tun tun0 - 10.9.0.1/24|no |ok|0|Line 368: Got 0x5 from NetBios();Line 289: Got 0x3 from NetBios()"
-"legacy-skips-unassigned  |win98|tap eth0 00:1a:2b:3c:4d:5e, tap eth1 00:50:56:c0:00:08 10.9.0.1/24|no |ok|08-0xc0565800|"
-"nt-takes-unassigned      |nt   |tap eth0 00:1a:2b:3c:4d:5e, tap eth1 00:50:56:c0:00:08 10.9.0.1/24|no |ok|08-0x3c2b444d|"
-"planted-dlls-ethernet    |nt   |tap eth0 00:1a:2b:3c:4d:5e|yes|ok      |08-0x3c2b444d|"
-"planted-dlls-loopback    |nt   ||yes|ok      |0|Line 245: Got 0x23 from NetBios()"
-"close-enter              |nt   |tap eth0 00:1a:2b:3c:4d:5e|no |enter   |08-0x3c2b444d|"
-"close-escape             |nt   |tap eth0 00:1a:2b:3c:4d:5e|no |escape  |08-0x3c2b444d|"
-"close-box                |nt   |tap eth0 00:1a:2b:3c:4d:5e|no |closebox|08-0x3c2b444d|"
+"three-ethernet          |nt   |tap eth0 00:50:56:c0:00:08, tap eth1 00:1a:2b:3c:4d:5e, bridge br0 02:00:00:00:00:03|-|no |no |space   |08-0xc0565800||"
+"non-ethernet-first      |nt   |tun tun0 - 10.9.0.1/24, tap eth0 00:1a:2b:3c:4d:5e|-|no |no |enter   |08-0x3c2b444d||"
+"loopback-only           |nt   ||-|no |no |escape  |0|Line 245: Got 0x23 from NetBios()|"
+"no-node-answers         |nt   |tun tun0 - 10.9.0.1/24|-|no |no |altf4   |0|Line 368: Got 0x5 from NetBios();Line 289: Got 0x3 from NetBios()|"
+"legacy-skips-unassigned |win98|tap eth0 00:1a:2b:3c:4d:5e, tap eth1 00:50:56:c0:00:08 10.9.0.1/24|-|no |no |closebox|08-0xc0565800||"
+"planted-dlls            |nt   ||-|yes|no |space   |0|Line 245: Got 0x23 from NetBios()|"
+"f1-asks-for-help        |nt   |tap eth0 00:1a:2b:3c:4d:5e|-|no |yes|enter   |08-0x3c2b444d||"
+"node-answers            |nt   |tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e|no |no |escape|08-0x3c2b444d|Line 289: Got 0x3 from NetBios()|NB NBSTAT"
+"legacy-asks-node        |win98|tap eth0 00:50:56:c0:00:08, tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e|no |no |space|08-0x3c2b444d|Line 289: Got 0x3 from NetBios()|NB NBSTAT"
+"nt-takes-unassigned     |nt   |tap eth0 00:50:56:c0:00:08, tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e|no |no |enter|08-0xc0565800||nothing"
+"node-ignores-status     |nt   |tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e ignore|no |no |altf4|0|Line 289: Got 0x3 from NetBios()|NB NBSTAT"
+"node-refuses-status     |nt   |tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e negative|no |no |closebox|0|Line 368: Got 0x17 from NetBios();Line 289: Got 0x3 from NetBios()|NB NBSTAT"
 )
 
 trim() { sed 's/^ *//; s/ *$//' <<<"$1"; }
@@ -45,17 +49,27 @@ for candidate in "${CASES[@]}"; do
     [ "$(trim "${candidate%%|*}")" = "$wanted" ] && row=$candidate
 done
 [ -n "$row" ] || { echo "no case named $wanted" >&2; exit 2; }
-IFS='|' read -r _ family interfaces planted close field output <<<"$row"
-family=$(trim "$family") planted=$(trim "$planted") close=$(trim "$close")
-field=$(trim "$field") output=$(trim "$output")
+IFS='|' read -r _ windows interfaces node planted f1 close field output asked <<<"$row"
+for column in windows node planted f1 close field output asked; do
+    printf -v "$column" '%s' "$(trim "${!column}")"
+done
 
 if ! unshare --net --mount true 2>/dev/null; then
     echo "SKIP: this machine cannot make private network namespaces (needs root and unshare)"
     exit 77
 fi
+if [ "$node" != - ] && ! /usr/bin/python3 -c 'import scapy.layers.netbios' 2>/dev/null; then
+    echo "SKIP: the NetBIOS node needs Debian's python3-scapy, which is not installed"
+    exit 77
+fi
 
-# The interfaces, as commands run inside the namespace.
+case_dir=$build/tests/e2e/cases/$wanted
+rm -rf "$case_dir"
+mkdir -p "$case_dir"
+
+# The interfaces (and the node), as commands run inside the namespace.
 setup="true"
+first_address=""
 IFS=, read -ra devices <<<"$interfaces"
 for device in "${devices[@]}"; do
     read -r kind name mac address <<<"$device"
@@ -66,34 +80,35 @@ for device in "${devices[@]}"; do
         bridge) setup+=" && ip link add $name type bridge" ;;
     esac
     [ "$mac" = - ] || setup+=" && ip link set $name address $mac"
-    [ -z "${address:-}" ] || setup+=" && ip addr add $address dev $name && ip link set $name up"
+    if [ -n "${address:-}" ]; then
+        setup+=" && ip addr add $address dev $name && ip link set $name up"
+        first_address=${first_address:-${address%/*}}
+    fi
 done
+if [ "$node" != - ]; then
+    read -r node_mac node_status <<<"$node"
+    setup+=" && { /usr/bin/python3 '$here/nbns_node.py' --address $first_address --mac $node_mac \
+        --status ${node_status:-answer} --log '$case_dir/node.log' & }"
+    setup+=" && for _ in \$(seq 100); do ss -Hlun 'sport = :137' | grep -q . && break; sleep 0.05; done"
+fi
 
 # Kelvo runs from a folder of its own; planted DLLs go beside it, and Wine
 # is told to prefer DLLs there, as Windows' default search order would.
-case_dir=$build/tests/e2e/cases/$wanted
-rm -rf "$case_dir"
-mkdir -p "$case_dir"
 cp "$build/app/Kelvo.exe" "$case_dir/"
 if [ "$planted" = yes ]; then
     cp "$build/tests/e2e/iphlpapi.dll" "$build/tests/e2e/netapi32.dll" "$case_dir/"
     export WINEDLLOVERRIDES="iphlpapi,netapi32=n,b"
 fi
-version=""
-[ "$family" = nt ] || version="/usr/lib/wine/wine reg add 'HKCU\\Software\\Wine' /v Version /d $family /f >/dev/null 2>&1;"
+options=(--close "$close")
+[ "$windows" = nt ] || options+=(--windows "$windows")
+[ "$f1" = no ] || options+=(--f1)
 
-report=$("$scripts/sandbox.sh" --xvfb --bind "$build" --setup "$setup" -- sh -c "
-    $version
-    /usr/lib/wine/wine explorer /desktop=e2e,320x240 \
-        '$build/tests/e2e/kelvo_ui.exe' --close '$close' --timeout 20 '$case_dir/Kelvo.exe'
-" 2>&1 | tr -d '\r') || true
+report=$("$scripts/sandbox.sh" --xvfb --bind "$build" --bind "$here" --setup "$setup" -- \
+    "$here/drive.sh" "${options[@]}" "$case_dir/Kelvo.exe" 2>&1) || true
 printf '%s\n' "$report"
 
-expected=(
-    "field=$field" "caption=Kelvo" "readonly=1" "copied=$field" "focus_ok=1"
-    "caption_icon=1" "ended=1" "exit_code=0"
-)
-IFS=';' read -ra lines <<<"$output"
+expected=("field=$field" "after_typing=$field" "caption_icon=1" "exit_code=0")
+[ "$f1" = no ] || expected+=("help=cmd=1 data=00020066 fn=Kelvo.HLP" "after_help=$field")
 status=0
 for want in "${expected[@]}"; do
     key=${want%%=*}
@@ -103,17 +118,30 @@ for want in "${expected[@]}"; do
         status=1
     fi
 done
-client=$(sed -n 's/^client=//p' <<<"$report")
-template=$(sed -n 's/^client_template=//p' <<<"$report")
-if [ -z "$client" ] || [ "$client" != "$template" ]; then
-    echo "FAIL $wanted: client area $client, template 112x55 units map to $template"
+
+# Centred in the 800x600 Wine desktop (no taskbar), to the pixel.
+IFS=, read -r x y <<<"$(sed -n 's/^position=//p' <<<"$report")"
+IFS=x read -r w h <<<"$(sed -n 's/^size=//p' <<<"$report")"
+off_x=$(( 2 * ${x:-0} + ${w:-0} - 800 )) off_y=$(( 2 * ${y:-0} + ${h:-0} - 600 ))
+if [ -z "$x" ] || (( off_x < -1 || off_x > 1 || off_y < -1 || off_y > 1 )); then
+    echo "FAIL $wanted: a ${w}x$h dialog at $x,$y is not centred in the 800x600 desktop"
     status=1
 fi
+
+IFS=';' read -ra lines <<<"$output"
 got_lines=$(sed -n 's/^stdout=//p' <<<"$report")
 want_lines=$(printf '%s\n' "${lines[@]}" | sed '/^$/d')
 if [ "$got_lines" != "$want_lines" ]; then
     echo "FAIL $wanted: standard output: expected [$want_lines], got [$got_lines]"
     status=1
+fi
+
+if [ "$node" != - ]; then
+    seen=$(awk '{print $1}' "$case_dir/node.log" 2>/dev/null | sort -u | tr '\n' ' ' | sed 's/ $//')
+    if [ "${seen:-nothing}" != "$asked" ]; then
+        echo "FAIL $wanted: the NetBIOS node was asked: expected [$asked], got [${seen:-nothing}]"
+        status=1
+    fi
 fi
 [ $status -eq 0 ] && echo "PASS $wanted"
 exit $status
