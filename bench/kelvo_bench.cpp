@@ -11,17 +11,72 @@
 // are run first and not counted. Prints one summary line per program and
 // the ratio of the first program's median to the second's. Exit status: 0
 // when every run showed its field, 1 otherwise.
-#include "../e2e/live_dialog.h"
+#include <windows.h>
 
 #include <psapi.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <wchar.h>
 
 #include <algorithm>
 #include <string>
 #include <vector>
 
 namespace {
+
+// Owns a kernel handle.
+class Handle {
+public:
+    explicit Handle(HANDLE handle = nullptr) : handle_(handle) {}
+    ~Handle() { Reset(); }
+    Handle(const Handle&) = delete;
+    Handle& operator=(const Handle&) = delete;
+    HANDLE get() const { return handle_; }
+    HANDLE* out() { Reset(); return &handle_; }
+    void Reset() {
+        if (handle_ != nullptr && handle_ != INVALID_HANDLE_VALUE) CloseHandle(handle_);
+        handle_ = nullptr;
+    }
+
+private:
+    HANDLE handle_;
+};
+
+// The identifier field's control id in dialog template 102.
+const int kFieldId = 1000;
+
+struct DialogSearch {
+    DWORD processId;
+    HWND found;
+};
+
+BOOL CALLBACK MatchShownDialog(HWND window, LPARAM lParam) {
+    DialogSearch* search = reinterpret_cast<DialogSearch*>(lParam);
+    DWORD owner = 0;
+    GetWindowThreadProcessId(window, &owner);
+    wchar_t className[16] = {};
+    GetClassNameW(window, className, 16);
+    if (owner != search->processId || wcscmp(className, L"#32770") != 0 ||
+        !IsWindowVisible(window)) {
+        return TRUE;
+    }
+    search->found = window;
+    return FALSE;
+}
+
+// The visible dialog (class "#32770") of the process, or null.
+HWND FindShownDialog(DWORD processId) {
+    DialogSearch search = {processId, nullptr};
+    EnumWindows(MatchShownDialog, reinterpret_cast<LPARAM>(&search));
+    return search.found;
+}
+
+// The field's text. A control of another process answers only WM_GETTEXT.
+std::wstring FieldText(HWND dialog) {
+    wchar_t text[64] = {};
+    SendMessageW(GetDlgItem(dialog, kFieldId), WM_GETTEXT, 64, reinterpret_cast<LPARAM>(text));
+    return text;
+}
 
 struct Sample {
     double ms;
