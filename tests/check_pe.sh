@@ -33,7 +33,6 @@ for check in "0x0040 ASLR (dynamic base)" "0x0100 DEP (NX compatible)" "0x8000 t
     bit=${check%% *}
     (( flags & bit )) || fail "DllCharacteristics lacks ${check#* }"
 done
-printf 'DllCharacteristics 0x%04x\n' "$flags"
 
 # objdump marks code sections CODE; a code section without READONLY is
 # writable as well as executable.

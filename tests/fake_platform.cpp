@@ -9,28 +9,24 @@ namespace {
 FakePlatform fake;
 const HMODULE kIphlpapi = reinterpret_cast<HMODULE>(0x10000);
 
+// The two-call protocol: too small a buffer (or none) gets the size needed.
 DWORD WINAPI FakeGetAdaptersInfo(PIP_ADAPTER_INFO info, PULONG size) {
     ++fake.adapterListCalls;
     const ULONG needed = ULONG(fake.adapters.size() * sizeof(IP_ADAPTER_INFO));
     if (info == nullptr || *size < needed) {
-        if (fake.sizeQueryAnswer == ERROR_BUFFER_OVERFLOW) {
-            *size = needed;
-        }
+        if (fake.sizeQueryAnswer == ERROR_BUFFER_OVERFLOW) *size = needed;
         return fake.sizeQueryAnswer;
     }
-    if (fake.listAnswer != ERROR_SUCCESS) {
-        return fake.listAnswer;
-    }
+    if (fake.listAnswer != ERROR_SUCCESS) return fake.listAnswer;
     memset(info, 0, needed);
     for (size_t i = 0; i < fake.adapters.size(); ++i) {
-        const FakeAdapter& adapter = fake.adapters[i];
         IP_ADAPTER_INFO& entry = info[i];
         entry.Next = i + 1 < fake.adapters.size() ? &info[i + 1] : nullptr;
-        entry.Type = adapter.type;
+        entry.Type = fake.adapters[i].type;
         entry.AddressLength = 6;
-        memcpy(entry.Address, adapter.address, sizeof adapter.address);
-        strcpy_s(entry.IpAddressList.IpAddress.String,
-                 sizeof entry.IpAddressList.IpAddress.String, adapter.ipAddress);
+        memcpy(entry.Address, fake.adapters[i].address, sizeof entry.Address);
+        strcpy_s(entry.IpAddressList.IpAddress.String, sizeof entry.IpAddressList.IpAddress.String,
+                 fake.adapters[i].ipAddress);
     }
     return ERROR_SUCCESS;
 }
@@ -39,20 +35,13 @@ DWORD WINAPI FakeGetAdaptersInfo(PIP_ADAPTER_INFO info, PULONG size) {
 
 std::vector<UCHAR> FakePlatform::Commands() const {
     std::vector<UCHAR> commands;
-    for (const NCB& request : requests) {
-        commands.push_back(request.ncb_command);
-    }
+    for (const NCB& request : requests) commands.push_back(request.ncb_command);
     return commands;
 }
 
-FakePlatform& Fake() {
-    return fake;
-}
+FakePlatform& Fake() { return fake; }
 
-FakePlatform& ResetFake() {
-    fake = FakePlatform();
-    return fake;
-}
+FakePlatform& ResetFake() { return fake = FakePlatform(); }
 
 void ExpectNothingHeld(const std::string& context) {
     EXPECT_EQ(0, fake.librariesHeld) << "libraries still loaded: " << context;
@@ -63,29 +52,20 @@ void ExpectNothingHeld(const std::string& context) {
 
 bool PlatformGetVersion(OSVERSIONINFOW& info) {
     EXPECT_EQ(276u, info.dwOSVersionInfoSize);
-    if (!fake.versionAnswers) {
-        return false;
-    }
     info.dwPlatformId = fake.platformId;
     info.dwMajorVersion = fake.majorVersion;
-    return true;
+    return fake.versionAnswers;
 }
 
 HMODULE PlatformLoadSystemLibrary(const wchar_t* fileName) {
-    fake.librariesLoaded.push_back(fileName);
-    if (!fake.hasIphlpapi || wcscmp(fileName, L"iphlpapi.dll") != 0) {
-        return nullptr;
-    }
+    if (!fake.hasIphlpapi || wcscmp(fileName, L"iphlpapi.dll") != 0) return nullptr;
     ++fake.librariesHeld;
     return kIphlpapi;
 }
 
 FARPROC PlatformGetProcAddress(HMODULE library, const char* procName) {
     EXPECT_EQ(kIphlpapi, library);
-    fake.procsLookedUp.push_back(procName);
-    if (!fake.hasGetAdaptersInfo || strcmp(procName, "GetAdaptersInfo") != 0) {
-        return nullptr;
-    }
+    if (!fake.hasGetAdaptersInfo || strcmp(procName, "GetAdaptersInfo") != 0) return nullptr;
     return reinterpret_cast<FARPROC>(reinterpret_cast<void (*)(void)>(FakeGetAdaptersInfo));
 }
 
@@ -96,24 +76,18 @@ void PlatformFreeLibrary(HMODULE library) {
 
 void* PlatformMalloc(size_t size) {
     ++fake.mallocCalls;
-    if (fake.mallocFails) {
-        return nullptr;
-    }
+    if (fake.mallocFails) return nullptr;
     ++fake.mallocBlocksHeld;
     return malloc(size == 0 ? 1 : size);
 }
 
 void PlatformFree(void* block) {
-    if (block != nullptr) {
-        --fake.mallocBlocksHeld;
-        free(block);
-    }
+    if (block != nullptr) --fake.mallocBlocksHeld;
+    free(block);
 }
 
 void* PlatformHeapAlloc(SIZE_T size) {
-    if (fake.heapFails) {
-        return nullptr;
-    }
+    if (fake.heapFails) return nullptr;
     ++fake.heapBlocksHeld;
     return calloc(1, size);
 }
@@ -125,42 +99,34 @@ void PlatformHeapFree(void* block) {
 }
 
 void PlatformNetbiosOpen() {
+    fake.heldWhenNetbiosOpened = fake.librariesHeld + fake.mallocBlocksHeld;
     ++fake.netbiosOpenDepth;
     ++fake.netbiosSessions;
 }
 
-void PlatformNetbiosClose() {
-    --fake.netbiosOpenDepth;
-}
+void PlatformNetbiosClose() { --fake.netbiosOpenDepth; }
 
 UCHAR PlatformNetbios(NCB& request) {
     fake.requests.push_back(request);
-    if (!fake.hasNetbios || fake.netbiosOpenDepth == 0) {
-        return NRC_OPENERR;
-    }
+    if (!fake.hasNetbios || fake.netbiosOpenDepth == 0) return NRC_OPENERR;
+    const FakeNetbiosAnswers& answers = fake.netbios;
     switch (request.ncb_command) {
-    case NCBRESET:
-        return fake.netbios.reset;
-    case NCBADDNAME:
-        return fake.netbios.addName;
-    case NCBDELNAME:
-        return fake.netbios.deleteName;
+    case NCBRESET: return answers.reset;
+    case NCBADDNAME: return answers.addName;
+    case NCBDELNAME: return answers.deleteName;
     case NCBASTAT:
-        if (fake.netbios.adapterStatus == NRC_GOODRET && fake.netbios.fillsStatus) {
+        if (answers.adapterStatus == NRC_GOODRET && answers.fillsStatus) {
             ADAPTER_STATUS* status = reinterpret_cast<ADAPTER_STATUS*>(request.ncb_buffer);
             memcpy(status->adapter_address, fake.netbiosAddress, sizeof fake.netbiosAddress);
             status->name_count = 1;
         }
-        return fake.netbios.adapterStatus;
-    default:
-        ADD_FAILURE() << "unexpected NetBIOS command 0x" << std::hex << int(request.ncb_command);
-        return NRC_ILLCMD;
+        return answers.adapterStatus;
     }
+    ADD_FAILURE() << "unexpected NetBIOS command 0x" << std::hex << int(request.ncb_command);
+    return NRC_ILLCMD;
 }
 
-int PlatformRand() {
-    return fake.randValue;
-}
+int PlatformRand() { return fake.randValue; }
 
 void PlatformPrintf(const char* format, ...) {
     char line[256];

@@ -1,6 +1,6 @@
-// A scripted stand-in for platform.h. A test sets the script (what each
-// operation answers), runs the code under test, then reads the record (what
-// was asked, what is still held). Fake() is reset by FakePlatformTest.
+// A scripted stand-in for platform.h. A test (or a case of a table) resets
+// it, sets the script (what each operation answers), runs the code under
+// test, then reads the record (what was asked, what is still held).
 #pragma once
 
 #include "platform.h"
@@ -13,7 +13,7 @@
 
 struct FakeAdapter {
     UINT type;
-    uint8_t address[8];
+    const uint8_t* address;  // 8 bytes, as the list's Address field holds them
     const char* ipAddress;
 };
 
@@ -43,8 +43,6 @@ struct FakePlatform {
     int randValue = 0x1a2b;
 
     // --- record ---
-    std::vector<std::wstring> librariesLoaded;
-    std::vector<std::string> procsLookedUp;
     int librariesHeld = 0;
     int adapterListCalls = 0;
     int mallocCalls = 0;
@@ -52,6 +50,7 @@ struct FakePlatform {
     int heapBlocksHeld = 0;
     int netbiosOpenDepth = 0;
     int netbiosSessions = 0;
+    int heldWhenNetbiosOpened = 0;  // libraries and list buffers still held then
     std::vector<NCB> requests;
     std::string output;
 
@@ -66,10 +65,3 @@ FakePlatform& ResetFake();
 // Fails the current test if anything acquired through the platform is
 // still held; `context` names the case.
 void ExpectNothingHeld(const std::string& context);
-
-// Resets the fake before each test and checks that nothing is held after it.
-class FakePlatformTest : public testing::Test {
-protected:
-    void SetUp() override { ResetFake(); }
-    void TearDown() override { ExpectNothingHeld("end of test"); }
-};

@@ -36,8 +36,4 @@ TEST(FormatMachineId, GivesThePublishedIdentifierOfEveryTestVector) {
     EXPECT_NE(0, rows) << "no test vectors found in " << KELVO_IDENTIFIER_DOC;
 }
 
-TEST(FormatMachineId, FailureTextIsABareZero) {
-    EXPECT_EQ(std::wstring(L"0"), std::wstring(kNoMachineIdText));
-}
-
 }  // namespace

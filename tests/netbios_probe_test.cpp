@@ -1,91 +1,52 @@
-// The NetBIOS probe: request fields, the order of requests, diagnostics.
+// The NetBIOS probe: the requests it sends, their order, and diagnostics.
 #include "fake_platform.h"
 #include "netbios_probe.h"
 
 #include <string.h>
 
+#include <sstream>
+
 namespace {
 
-std::string NameField(const UCHAR (&field)[NCBNAMSZ]) {
-    return std::string(reinterpret_cast<const char*>(field), NCBNAMSZ);
+std::string Describe(const NCB& r) {
+    const auto name = [](const UCHAR* field) { return std::string(field, field + NCBNAMSZ); };
+    std::ostringstream out;
+    out << "{command 0x" << std::hex << int(r.ncb_command) << std::dec << ", lana "
+        << int(r.ncb_lana_num) << ", sessions " << int(r.ncb_callname[0]) << ", names "
+        << int(r.ncb_callname[2]) << ", name [" << name(r.ncb_name) << "], callname ["
+        << name(r.ncb_callname) << "], length " << r.ncb_length << "}";
+    return out.str();
 }
 
-NCB ZeroRequest(UCHAR command, UCHAR lana) {
-    NCB request;
-    memset(&request, 0, sizeof request);
-    request.ncb_command = command;
-    request.ncb_lana_num = lana;
-    return request;
-}
-
-void SetName(UCHAR (&field)[NCBNAMSZ], const char (&padded)[NCBNAMSZ + 1]) {
-    memcpy(field, padded, NCBNAMSZ);
-}
-
-class NetbiosProbeTest : public FakePlatformTest {
-protected:
-    void SetUp() override {
-        FakePlatformTest::SetUp();
-        PlatformNetbiosOpen();
-    }
-    void TearDown() override {
-        PlatformNetbiosClose();
-        FakePlatformTest::TearDown();
-    }
-};
-
-// Every request starts from an all-zero NCB: nothing but the listed fields
-// may differ, so the whole record is compared.
-TEST_F(NetbiosProbeTest, RequestsCarryOnlyTheirOwnFields) {
-    UCHAR buffer[kAdapterStatusSize];
-    struct RequestCase {
-        const char* name;
-        bool (*submit)(UCHAR* buffer);
-        NCB expected;
-    } cases[] = {
-        {"reset", [](UCHAR*) { return NetbiosReset(0, 20, 30); }, ZeroRequest(NCBRESET, 0)},
-        {"add name", [](UCHAR*) { return NetbiosAddName(3, "SCANINFO1A2B"); },
-         ZeroRequest(NCBADDNAME, 3)},
-        {"delete a long name", [](UCHAR*) { return NetbiosDeleteName(0, "ABCDEFGHIJKLMNOPQRS"); },
-         ZeroRequest(NCBDELNAME, 0)},
-        {"adapter status",
-         [](UCHAR* b) { return NetbiosAdapterStatus(1, b, kAdapterStatusSize, "SCANINFO0000"); },
-         ZeroRequest(NCBASTAT, 1)},
-    };
-    cases[0].expected.ncb_callname[0] = 20;
-    cases[0].expected.ncb_callname[2] = 30;
-    SetName(cases[1].expected.ncb_name, "SCANINFO1A2B    ");
-    SetName(cases[2].expected.ncb_name, "ABCDEFGHIJKLMNOP");
-    SetName(cases[3].expected.ncb_callname, "SCANINFO0000    ");
-    cases[3].expected.ncb_buffer = buffer;
-    cases[3].expected.ncb_length = kAdapterStatusSize;
-
-    for (const RequestCase& c : cases) {
-        Fake().requests.clear();
-        EXPECT_TRUE(c.submit(buffer)) << c.name;
-        ASSERT_EQ(1u, Fake().requests.size()) << c.name;
-        const NCB& actual = Fake().requests[0];
-        EXPECT_EQ(0, memcmp(&c.expected, &actual, sizeof actual))
-            << c.name << ": command 0x" << std::hex << int(actual.ncb_command) << ", lana "
-            << int(actual.ncb_lana_num) << ", name [" << NameField(actual.ncb_name)
-            << "], callname [" << NameField(actual.ncb_callname) << "], length "
-            << std::dec << actual.ncb_length;
-    }
-    EXPECT_EQ("", Fake().output);
-}
-
-TEST_F(NetbiosProbeTest, ProbeNameIsScaninfoAndFourUpperCaseDigits) {
-    const struct {
-        int rand;
-        const char* name;
-    } cases[] = {
-        {0x0000, "SCANINFO0000"},
-        {0x0abc, "SCANINFO0ABC"},
-        {0x7fff, "SCANINFO7FFF"},
-    };
-    for (const auto& c : cases) {
-        Fake().randValue = c.rand;
-        EXPECT_STREQ(c.name, MakeProbeName().text) << "rand() = " << c.rand;
+// The requests of a probe that every request answers, each compared whole:
+// every field is zero but the request's own. The probe name is "SCANINFO"
+// and rand() (0x1a2b here) in four upper-case hex digits; names fill 16
+// bytes, padded with spaces and not zero-terminated.
+TEST(NetbiosProbe, SendsResetAddStatusDeleteWithOnlyTheirOwnFields) {
+    ResetFake();
+    MachineAddress out;
+    ASSERT_TRUE(GetAddressFromNetbiosProbe(out));
+    ExpectNothingHeld("a probe that every request answers");
+    const std::vector<NCB>& sent = Fake().requests;
+    ASSERT_EQ(4u, sent.size());
+    const char name[] = "SCANINFO1A2B    ";
+    NCB expected[4];
+    memset(expected, 0, sizeof expected);
+    expected[0].ncb_command = NCBRESET;
+    expected[0].ncb_callname[0] = 20;  // sessions
+    expected[0].ncb_callname[2] = 30;  // names
+    expected[1].ncb_command = NCBADDNAME;
+    memcpy(expected[1].ncb_name, name, NCBNAMSZ);
+    expected[2].ncb_command = NCBASTAT;
+    expected[2].ncb_buffer = sent[2].ncb_buffer;  // the probe's own heap block
+    expected[2].ncb_length = 4650;
+    memcpy(expected[2].ncb_callname, name, NCBNAMSZ);
+    expected[3].ncb_command = NCBDELNAME;
+    memcpy(expected[3].ncb_name, name, NCBNAMSZ);
+    for (size_t i = 0; i < 4; ++i) {
+        EXPECT_EQ(0, memcmp(&expected[i], &sent[i], sizeof sent[i]))
+            << "request " << i << "\n  expected " << Describe(expected[i]) << "\n  actual   "
+            << Describe(sent[i]) << " (or a field not shown)";
     }
 }
 
@@ -98,9 +59,7 @@ struct ProbeCase {
     bool found;
 };
 
-using NetbiosSequenceTest = FakePlatformTest;
-
-TEST_F(NetbiosSequenceTest, ProbeDeletesItsNameWheneverItWasAdded) {
+TEST(NetbiosProbe, ProbeDeletesItsNameWheneverItWasAdded) {
     const UCHAR R = NCBRESET, A = NCBADDNAME, S = NCBASTAT, D = NCBDELNAME;
     const ProbeCase cases[] = {
         {"all answer", {}, false, {R, A, S, D}, "", true},
@@ -128,14 +87,6 @@ TEST_F(NetbiosSequenceTest, ProbeDeletesItsNameWheneverItWasAdded) {
         EXPECT_EQ(c.output, fake.output) << c.name;
         const uint8_t sentinel[6] = {0xCC, 0xCC, 0xCC, 0xCC, 0xCC, 0xCC};
         EXPECT_EQ(0, memcmp(c.found ? fake.netbiosAddress : sentinel, out.bytes, 6)) << c.name;
-        for (const NCB& request : fake.requests) {
-            EXPECT_EQ(0, request.ncb_lana_num) << c.name;
-            if (request.ncb_command != NCBRESET) {
-                const auto& field = request.ncb_command == NCBASTAT ? request.ncb_callname
-                                                                     : request.ncb_name;
-                EXPECT_EQ("SCANINFO1A2B    ", NameField(field)) << c.name;
-            }
-        }
         EXPECT_EQ(1, fake.netbiosSessions) << c.name;
         ExpectNothingHeld(c.name);
     }

@@ -13,7 +13,7 @@ scripts=$(cd "$here/../../scripts" && pwd)
 # One case a line, fields separated by "|":
 #   name | Windows (nt, win98) | interfaces | NetBIOS node | planted DLLs
 #   | F1 | how the dialog is closed | expected field | expected output
-#   lines (";") | what the node was asked (query kinds, or "nothing")
+#   lines (";") | what the node was asked ("NAME: QUERY KINDS", or "nothing")
 # Interfaces, separated by ",": KIND NAME MAC [IPV4/PREFIX]. KIND is tap or
 # bridge (Ethernet to Windows) or tun (not Ethernet, MAC "-"); an interface
 # without an address stays down. The node answers on the first address as
@@ -27,69 +27,53 @@ CASES=(
 "legacy-skips-unassigned |win98|tap eth0 00:1a:2b:3c:4d:5e, tap eth1 00:50:56:c0:00:08 10.9.0.1/24|-|no |no |closebox|08-0xc0565800||"
 "planted-dlls            |nt   ||-|yes|no |space   |0|Line 245: Got 0x23 from NetBios()|"
 "f1-asks-for-help        |nt   |tap eth0 00:1a:2b:3c:4d:5e|-|no |yes|enter   |08-0x3c2b444d||"
-"node-answers            |nt   |tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e|no |no |escape|08-0x3c2b444d|Line 289: Got 0x3 from NetBios()|NB NBSTAT"
-"legacy-asks-node        |win98|tap eth0 00:50:56:c0:00:08, tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e|no |no |space|08-0x3c2b444d|Line 289: Got 0x3 from NetBios()|NB NBSTAT"
+"node-answers            |nt   |tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e|no |no |escape|08-0x3c2b444d|Line 289: Got 0x3 from NetBios()|SCANINFO0029: NB NBSTAT"
+"legacy-asks-node        |win98|tap eth0 00:50:56:c0:00:08, tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e|no |no |space|08-0x3c2b444d|Line 289: Got 0x3 from NetBios()|SCANINFO0029: NB NBSTAT"
 "nt-takes-unassigned     |nt   |tap eth0 00:50:56:c0:00:08, tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e|no |no |enter|08-0xc0565800||nothing"
-"node-ignores-status     |nt   |tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e ignore|no |no |altf4|0|Line 289: Got 0x3 from NetBios()|NB NBSTAT"
-"node-refuses-status     |nt   |tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e negative|no |no |closebox|0|Line 368: Got 0x17 from NetBios();Line 289: Got 0x3 from NetBios()|NB NBSTAT"
+"node-ignores-status     |nt   |tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e ignore|no |no |altf4|0|Line 289: Got 0x3 from NetBios()|SCANINFO0029: NB NBSTAT"
+"node-refuses-status     |nt   |tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e negative|no |no |closebox|0|Line 368: Got 0x17 from NetBios();Line 289: Got 0x3 from NetBios()|SCANINFO0029: NB NBSTAT"
 )
 
 trim() { sed 's/^ *//; s/ *$//' <<<"$1"; }
-
+skip() { echo "SKIP: $*"; exit 77; }
 if [ "${1:-}" = --list ]; then
-    for row in "${CASES[@]}"; do trim "${row%%|*}"; done
+    printf '%s\n' "${CASES[@]}" | cut -d'|' -f1 | tr -d ' '
     exit 0
 fi
 [ $# -eq 2 ] || { echo "usage: e2e.sh --list | e2e.sh BUILD_DIR CASE" >&2; exit 2; }
-build=$(cd "$1" && pwd)
-wanted=$2
-
-row=""
-for candidate in "${CASES[@]}"; do
-    [ "$(trim "${candidate%%|*}")" = "$wanted" ] && row=$candidate
-done
-[ -n "$row" ] || { echo "no case named $wanted" >&2; exit 2; }
+build=$(cd "$1" && pwd) wanted=$2
+row=$(printf '%s\n' "${CASES[@]}" | grep "^$wanted *|") || { echo "no case named $wanted" >&2; exit 2; }
 IFS='|' read -r _ windows interfaces node planted f1 close field output asked <<<"$row"
 for column in windows node planted f1 close field output asked; do
     printf -v "$column" '%s' "$(trim "${!column}")"
 done
 
-if ! unshare --net --mount true 2>/dev/null; then
-    echo "SKIP: this machine cannot make private network namespaces (needs root and unshare)"
-    exit 77
-fi
-if [ "$node" != - ] && ! /usr/bin/python3 -c 'import scapy.layers.netbios' 2>/dev/null; then
-    echo "SKIP: the NetBIOS node needs Debian's python3-scapy, which is not installed"
-    exit 77
-fi
-
+unshare --net --mount true 2>/dev/null ||
+    skip "this machine cannot make private network namespaces (needs root and unshare)"
+[ "$node" = - ] || /usr/bin/python3 -c 'import scapy.layers.netbios' 2>/dev/null ||
+    skip "the NetBIOS node needs Debian's python3-scapy, which is not installed"
 case_dir=$build/tests/e2e/cases/$wanted
-rm -rf "$case_dir"
-mkdir -p "$case_dir"
+rm -rf "$case_dir" && mkdir -p "$case_dir"
 
 # The interfaces (and the node), as commands run inside the namespace.
-setup="true"
-first_address=""
+setup="true" first_address=""
 IFS=, read -ra devices <<<"$interfaces"
 for device in "${devices[@]}"; do
     read -r kind name mac address <<<"$device"
-    [ -n "${kind:-}" ] || continue
-    case "$kind" in
-        tap) setup+=" && ip tuntap add dev $name mode tap" ;;
-        tun) setup+=" && ip tuntap add dev $name mode tun" ;;
+    case "${kind:-}" in
+        tap | tun) setup+=" && ip tuntap add dev $name mode $kind" ;;
         bridge) setup+=" && ip link add $name type bridge" ;;
+        *) continue ;;
     esac
     [ "$mac" = - ] || setup+=" && ip link set $name address $mac"
-    if [ -n "${address:-}" ]; then
-        setup+=" && ip addr add $address dev $name && ip link set $name up"
-        first_address=${first_address:-${address%/*}}
-    fi
+    [ -z "${address:-}" ] || setup+=" && ip addr add $address dev $name && ip link set $name up"
+    first_address=${first_address:-${address%/*}}
 done
 if [ "$node" != - ]; then
     read -r node_mac node_status <<<"$node"
-    setup+=" && { /usr/bin/python3 '$here/nbns_node.py' --address $first_address --mac $node_mac \
-        --status ${node_status:-answer} --log '$case_dir/node.log' & }"
-    setup+=" && for _ in \$(seq 100); do ss -Hlun 'sport = :137' | grep -q . && break; sleep 0.05; done"
+    setup+=" && { /usr/bin/python3 '$here/nbns_node.py' $first_address $node_mac \
+        '$case_dir/node.log' ${node_status:-answer} & }
+        for _ in \$(seq 100); do ss -Hlun 'sport = :137' | grep -q . && break; sleep 0.05; done"
 fi
 
 # Kelvo runs from a folder of its own; planted DLLs go beside it, and Wine
@@ -102,46 +86,32 @@ fi
 options=(--close "$close")
 [ "$windows" = nt ] || options+=(--windows "$windows")
 [ "$f1" = no ] || options+=(--f1)
-
 report=$("$scripts/sandbox.sh" --xvfb --bind "$build" --bind "$here" --setup "$setup" -- \
     "$here/drive.sh" "${options[@]}" "$case_dir/Kelvo.exe" 2>&1) || true
 printf '%s\n' "$report"
 
-expected=("field=$field" "after_typing=$field" "caption_icon=1" "exit_code=0")
-[ "$f1" = no ] || expected+=("help=cmd=1 data=00020066 fn=Kelvo.HLP" "after_help=$field")
 status=0
-for want in "${expected[@]}"; do
-    key=${want%%=*}
-    got=$(grep -m1 "^$key=" <<<"$report" || echo "$key=(missing)")
-    if [ "$got" != "$want" ]; then
-        echo "FAIL $wanted: $key: expected '${want#*=}', got '${got#*=}'"
-        status=1
-    fi
-done
-
-# Centred in the 800x600 Wine desktop (no taskbar), to the pixel.
-IFS=, read -r x y <<<"$(sed -n 's/^position=//p' <<<"$report")"
-IFS=x read -r w h <<<"$(sed -n 's/^size=//p' <<<"$report")"
-off_x=$(( 2 * ${x:-0} + ${w:-0} - 800 )) off_y=$(( 2 * ${y:-0} + ${h:-0} - 600 ))
-if [ -z "$x" ] || (( off_x < -1 || off_x > 1 || off_y < -1 || off_y > 1 )); then
-    echo "FAIL $wanted: a ${w}x$h dialog at $x,$y is not centred in the 800x600 desktop"
-    status=1
+check() {  # WHAT EXPECTED ACTUAL
+    [ "$2" = "$3" ] || { echo "FAIL $wanted: $1: expected [$2], got [$3]"; status=1; }
+}
+value() { sed -n "s/^$1=//p" <<<"$report"; }
+check "field (copied)" "$field" "$(value field)"
+check "field after typing into it" "$field" "$(value after_typing)"
+check "caption icon" 1 "$(value caption_icon)"
+check "exit code" 0 "$(value exit_code)"
+if [ "$f1" = yes ]; then
+    check "help asked for" "cmd=1 data=00020066 fn=Kelvo.HLP" "$(value help)"
+    check "field after help" "$field" "$(value after_help)"
 fi
-
-IFS=';' read -ra lines <<<"$output"
-got_lines=$(sed -n 's/^stdout=//p' <<<"$report")
-want_lines=$(printf '%s\n' "${lines[@]}" | sed '/^$/d')
-if [ "$got_lines" != "$want_lines" ]; then
-    echo "FAIL $wanted: standard output: expected [$want_lines], got [$got_lines]"
-    status=1
-fi
-
+# Centred in the 800x600 Wine desktop (which has no taskbar), to a pixel.
+IFS=, read -r x y w h <<<"$(value frame)"
+off_x=$((2 * ${x:-0} + ${w:-0} - 800)) off_y=$((2 * ${y:-0} + ${h:-0} - 600))
+(( ${off_x#-} <= 1 && ${off_y#-} <= 1 )) || check "placement of a ${w}x$h dialog" "centred" "at $x,$y"
+check "standard output" "$(tr ';' '\n' <<<"$output")" "$(value stdout)"
 if [ "$node" != - ]; then
-    seen=$(awk '{print $1}' "$case_dir/node.log" 2>/dev/null | sort -u | tr '\n' ' ' | sed 's/ $//')
-    if [ "${seen:-nothing}" != "$asked" ]; then
-        echo "FAIL $wanted: the NetBIOS node was asked: expected [$asked], got [${seen:-nothing}]"
-        status=1
-    fi
+    log=$case_dir/node.log
+    seen="$(awk '{print $2}' "$log" | sort -u | paste -sd ' '): $(awk '{print $1}' "$log" | sort -u | paste -sd ' ')"
+    check "what the NetBIOS node was asked" "$asked" "$([ -s "$log" ] && echo "$seen" || echo nothing)"
 fi
 [ $status -eq 0 ] && echo "PASS $wanted"
 exit $status

@@ -1,17 +1,16 @@
 #!/usr/bin/python3
-"""A NetBIOS node for the end-to-end table, on UDP port 137 of the private
-namespace it is started in. It answers every name query (type NB) with
-ADDRESS, and every node-status query (type NBSTAT) with one name and the
-hardware address MAC, or as --status says. Each query it receives is
-logged as a line "NB NAME" or "NBSTAT NAME".
-
-  nbns_node.py --address 10.9.0.1 --mac 00:1a:2b:3c:4d:5e --log FILE
-               [--status answer|ignore|negative]
-
-Built on scapy's NetBIOS name-service layers (Debian's python3-scapy).
-"""
-import argparse
+# A NetBIOS node for the end-to-end table, on UDP port 137 of the private
+# namespace it is started in. It answers every name query (type NB) with
+# ADDRESS, and every node-status query (type NBSTAT) with one name and the
+# hardware address MAC; with "ignore" it never answers a node-status query,
+# with "negative" it refuses it. Each query it receives is logged to LOG as
+# a line "NB NAME" or "NBSTAT NAME".
+#
+#   nbns_node.py ADDRESS MAC LOG [answer|ignore|negative]
+#
+# Built on scapy's NetBIOS name-service layers (Debian's python3-scapy).
 import socket
+import sys
 
 from scapy.layers.netbios import (NBNS_ADD_ENTRY, NBNSHeader, NBNSNodeStatusResponse,
                                   NBNSNodeStatusResponseService, NBNSQueryRequest,
@@ -21,52 +20,40 @@ NB, NBSTAT = 0x20, 0x21
 NAME_ERROR = 3  # negative answer: no such name
 
 
-def answer(query, args):
+def answer(query, address, mac, status, log):
     header = NBNSHeader(query)
     question = NBNSQueryRequest(bytes(header.payload))  # same layout for both types
     name = question.QUESTION_NAME.rstrip(b" ")
     kind = {NB: "NB", NBSTAT: "NBSTAT"}.get(question.QUESTION_TYPE, "other")
-    with open(args.log, "a") as log:
-        log.write("%s %s\n" % (kind, name.decode("ascii", "replace")))
+    log.write("%s %s\n" % (kind, name.decode("ascii", "replace")))
     reply = NBNSHeader(NAME_TRN_ID=header.NAME_TRN_ID, RESPONSE=1, NM_FLAGS=0x40,
                        QDCOUNT=0, ANCOUNT=1)
     if question.QUESTION_TYPE == NB:
         return reply / NBNSQueryResponse(RR_NAME=name, SUFFIX=question.SUFFIX,
-                                         ADDR_ENTRY=[NBNS_ADD_ENTRY(NB_ADDRESS=args.address)])
-    if question.QUESTION_TYPE != NBSTAT or args.status == "ignore":
+                                         ADDR_ENTRY=[NBNS_ADD_ENTRY(NB_ADDRESS=address)])
+    if question.QUESTION_TYPE != NBSTAT or status == "ignore":
         return None
-    if args.status == "negative":
+    if status == "negative":
         reply.RCODE, reply.ANCOUNT = NAME_ERROR, 0
         return reply
     names = [NBNSNodeStatusResponseService(NETBIOS_NAME=b"KELVO-NODE", SUFFIX=0x20)]
     # scapy's default length is wrong: count, the names, unit id, statistics.
     return reply / NBNSNodeStatusResponse(
         RR_NAME=name, SUFFIX=question.SUFFIX, NUM_NAMES=len(names), NODE_NAME=names,
-        MAC_ADDRESS=args.mac, RDLENGTH=1 + 18 * len(names) + 6 + 46)
+        MAC_ADDRESS=mac, RDLENGTH=1 + 18 * len(names) + 6 + 46)
 
 
-def main():
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--address", required=True)
-    parser.add_argument("--mac", required=True)
-    parser.add_argument("--log", required=True)
-    parser.add_argument("--status", choices=("answer", "ignore", "negative"), default="answer")
-    args = parser.parse_args()
+def main(address, mac, log_path, status="answer"):
     node = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
     node.setsockopt(socket.SOL_SOCKET, socket.SO_BROADCAST, 1)
     node.bind(("0.0.0.0", 137))
-    open(args.log, "w").close()
-    while True:
-        query, sender = node.recvfrom(1024)
-        try:
-            reply = answer(query, args)
-        except Exception as error:  # a packet it cannot read: logged, not answered
-            with open(args.log, "a") as log:
-                log.write("unreadable %r\n" % error)
-            continue
-        if reply is not None:
-            node.sendto(bytes(reply), sender)
+    with open(log_path, "w", buffering=1) as log:
+        while True:
+            query, sender = node.recvfrom(1024)
+            reply = answer(query, address, mac, status, log)
+            if reply is not None:
+                node.sendto(bytes(reply), sender)
 
 
 if __name__ == "__main__":
-    main()
+    main(*sys.argv[1:])
