@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Filter a Wine or ReactOS export definition file (kernel32.spec, user32.spec) down to
+"""Filter a Wine or ReactOS export definition file (one line an export) down to
 the names exported on x86 Windows XP (0x501).
 
 Usage:
