@@ -71,9 +71,8 @@ for device in "${devices[@]}"; do
 done
 if [ "$node" != - ]; then
     read -r node_mac node_status <<<"$node"
-    setup+=" && { /usr/bin/python3 '$here/nbns_node.py' $first_address $node_mac \
-        '$case_dir/node.log' ${node_status:-answer} & }
-        for _ in \$(seq 100); do ss -Hlun 'sport = :137' | grep -q . && break; sleep 0.05; done"
+    setup+=" && /usr/bin/python3 '$here/nbns_node.py' $first_address $node_mac \
+        '$case_dir/node.log' ${node_status:-answer}"
 fi
 
 # Kelvo runs from a folder of its own; planted DLLs go beside it, and Wine

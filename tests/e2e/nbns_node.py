@@ -4,11 +4,13 @@
 # ADDRESS, and every node-status query (type NBSTAT) with one name and the
 # hardware address MAC; with "ignore" it never answers a node-status query,
 # with "negative" it refuses it. Each query it receives is logged to LOG as
-# a line "NB NAME" or "NBSTAT NAME".
+# a line "NB NAME" or "NBSTAT NAME". It returns once it listens, and goes on
+# serving in the background until its namespace ends.
 #
 #   nbns_node.py ADDRESS MAC LOG [answer|ignore|negative]
 #
 # Built on scapy's NetBIOS name-service layers (Debian's python3-scapy).
+import os
 import socket
 import sys
 
@@ -47,6 +49,8 @@ def main(address, mac, log_path, status="answer"):
     node = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
     node.setsockopt(socket.SOL_SOCKET, socket.SO_BROADCAST, 1)
     node.bind(("0.0.0.0", 137))
+    if os.fork() != 0:
+        return
     with open(log_path, "w", buffering=1) as log:
         while True:
             query, sender = node.recvfrom(1024)
