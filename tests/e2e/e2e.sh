@@ -70,9 +70,7 @@ for device in "${devices[@]}"; do
     first_address=${first_address:-${address%/*}}
 done
 if [ "$node" != - ]; then
-    read -r node_mac node_status <<<"$node"
-    setup+=" && /usr/bin/python3 '$here/nbns_node.py' $first_address $node_mac \
-        '$case_dir/node.log' ${node_status:-answer}"
+    setup+=" && /usr/bin/python3 '$here/nbns_node.py' $first_address '$case_dir/node.log' $node"
 fi
 
 # Kelvo runs from a folder of its own; planted DLLs go beside it, and Wine

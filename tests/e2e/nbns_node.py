@@ -7,7 +7,7 @@
 # a line "NB NAME" or "NBSTAT NAME". It returns once it listens, and goes on
 # serving in the background until its namespace ends.
 #
-#   nbns_node.py ADDRESS MAC LOG [answer|ignore|negative]
+#   nbns_node.py ADDRESS LOG MAC [answer|ignore|negative]
 #
 # Built on scapy's NetBIOS name-service layers (Debian's python3-scapy).
 import os
@@ -45,7 +45,7 @@ def answer(query, address, mac, status, log):
         MAC_ADDRESS=mac, RDLENGTH=1 + 18 * len(names) + 6 + 46)
 
 
-def main(address, mac, log_path, status="answer"):
+def main(address, log_path, mac, status="answer"):
     node = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
     node.setsockopt(socket.SOL_SOCKET, socket.SO_BROADCAST, 1)
     node.bind(("0.0.0.0", 137))
