@@ -4,6 +4,9 @@
 #
 #   scripts/run.sh                 this machine's Ethernet adapters
 #   scripts/run.sh --isolated MAC  one Ethernet adapter with address MAC
+#   scripts/run.sh --new-reference one adapter, 00:1A:2B:3C:4D:5E, and the
+#                                  screenshot becomes docs/kelvo-dialog.png,
+#                                  the picture the end-to-end table compares
 #
 # Kelvo never runs in this machine's own network namespace (its NetBIOS
 # fallback broadcasts). It runs in a private one that holds copies of this
@@ -17,15 +20,16 @@ set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 . "$here/common.sh"
 
-isolated_mac=""
+isolated_mac="" new_reference=0
 case "${1:-}" in
     "") ;;
+    --new-reference) isolated_mac=00:1a:2b:3c:4d:5e new_reference=1 ;;
     --isolated)
         isolated_mac=$(tr 'A-F-' 'a-f:' <<<"${2:-}")
         [[ $isolated_mac =~ ^([0-9a-f]{2}:){5}[0-9a-f]{2}$ ]] \
             || die "--isolated needs a hardware address such as 00:1A:2B:3C:4D:5E"
         ;;
-    *) die "usage: scripts/run.sh [--isolated MAC]" ;;
+    *) die "usage: scripts/run.sh [--isolated MAC | --new-reference]" ;;
 esac
 
 need_root
@@ -70,7 +74,7 @@ else
 fi
 
 binds=(--bind "$build")
-if [[ ${DISPLAY:-} =~ ^:([0-9]+) ]] && [ -S "/tmp/.X11-unix/X${BASH_REMATCH[1]}" ]; then
+if [ $new_reference = 0 ] && [[ ${DISPLAY:-} =~ ^:([0-9]+) ]] && [ -S "/tmp/.X11-unix/X${BASH_REMATCH[1]}" ]; then
     say "opening the dialog on display $DISPLAY"
     binds+=(--bind /tmp/.X11-unix)
     if [ -n "${XAUTHORITY:-}" ] && [ -f "$XAUTHORITY" ]; then
@@ -88,4 +92,8 @@ report=$("$here/sandbox.sh" --xvfb "${binds[@]}" --bind "$top/tests/e2e" --setup
 sed -n 's/^stdout=/Kelvo wrote: /p' <<<"$report"
 echo "Machine ID: $(sed -n 's/^field=//p' <<<"$report")"
 echo "Screenshot: $out/kelvo-dialog.png"
+if [ $new_reference = 1 ]; then
+    cp "$out/kelvo-dialog.png" "$top/docs/kelvo-dialog.png"
+    say "docs/kelvo-dialog.png made anew: look at it, and at git diff, before committing it"
+fi
 say "closed with OK; Kelvo exited with code $(sed -n 's/^exit_code=//p' <<<"$report")"

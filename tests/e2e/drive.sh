@@ -1,25 +1,29 @@
 #!/bin/bash
 # Runs Kelvo.exe under Wine in an 800x600 Wine desktop and uses it as a
-# person would, with standard X tools (xdotool, xclip, xwininfo, ImageMagick).
+# person would, with standard X tools (xdotool, xclip, xwininfo, xprop and
+# ImageMagick).
 # Runs inside the Wine root, in a namespace whose X server is $DISPLAY.
 #
-#   drive.sh [--windows win98] [--f1] [--close HOW] [--screenshot FILE] Kelvo.exe
+#   drive.sh [--windows win98] [--f1] [--close HOW]
+#            [--screenshot FILE [--reference PNG]] Kelvo.exe
 #
 # HOW: space (on OK; the default), enter, escape, altf4 or closebox.
-# Reports what it saw as key=value lines: field (what Tab, Ctrl+C put on the
-# clipboard), after_typing (the same after typing into the field), frame
-# (the dialog's x,y,width,height), caption_icon (the icon's colours in the
-# caption), help and after_help (with --f1: what the help engine was asked
-# for, and the field afterwards), exit_code and stdout (one line each).
+# Reports what it saw as key=value lines: picture (with --reference: how many
+# pixels of the dialog as it opened differ from PNG), field (what Tab, Ctrl+C
+# put on the clipboard), frame (the dialog's x,y,width,height), big_icon
+# (the large icon handed to the window manager), help and after_help (with
+# --f1: what the help engine was asked for, and the field afterwards),
+# exit_code and stdout (one line each).
 # Exit status 1 when no dialog appeared.
 set -u
-windows="" f1=0 close=space screenshot=""
+windows="" f1=0 close=space screenshot="" reference=""
 while [ $# -gt 1 ]; do
     case "$1" in
         --windows) windows=$2; shift 2 ;;
         --f1) f1=1; shift ;;
         --close) close=$2; shift 2 ;;
         --screenshot) screenshot=$2; shift 2 ;;
+        --reference) reference=$2; shift 2 ;;
         *) break ;;
     esac
 done
@@ -45,21 +49,32 @@ copy() {  # KEYS...: press them, then print what the clipboard holds
     for _ in $(seq 50); do [ "$(xclip -o -selection clipboard)" != "(none)" ] && break; sleep 0.02; done
     xclip -o -selection clipboard 2>/dev/null
 }
+# The dialog alone, frame included, as it opens: focus on OK, the default
+# button. It may still be painting, so the picture is taken again, for up
+# to a second, while it differs from the reference (without one, from the
+# picture before); FILE-diff.png shows the differences in red.
+if [ -n "$screenshot" ]; then
+    for _ in $(seq 20); do
+        sleep 0.05
+        import -window "$wid" "$work/shot.png" 2>/dev/null || continue
+        differ=$(compare -metric AE "${reference:-$screenshot}" "$work/shot.png" "${screenshot%.png}-diff.png" 2>&1)
+        mv "$work/shot.png" "$screenshot" && [ "$differ" = 0 ] && break
+    done
+    [ -z "$reference" ] || echo "picture=$differ"
+fi
 echo "field=$(copy Tab ctrl+c)"
-xdotool type x
-echo "after_typing=$(copy shift+Tab Tab ctrl+c)"
 
 read -r x y w h <<<"$(xwininfo -id "$wid" | awk '/Absolute upper-left X/ {x = $4}
     /Absolute upper-left Y/ {y = $4} /Width:/ {w = $2} /Height:/ {h = $2} END {print x, y, w, h}')"
 echo "frame=$x,$y,$w,$h"
 
-# Kelvo's icon is a blue tile with gold contacts; a dialog with a modal
-# frame shows a caption icon only when it was given one.
-for _ in $(seq 10); do import -window "$wid" "$work/shot.png" 2>/dev/null && break; sleep 0.05; done
-colours=$(convert "$work/shot.png" -crop 24x24+0+0 -depth 8 txt:- 2>/dev/null)
-grep -qi '#1F5FA8' <<<"$colours" && grep -qi '#E0B030' <<<"$colours" && icon=1
-echo "caption_icon=${icon:-0}"
-[ -z "$screenshot" ] || cp "$work/shot.png" "$screenshot"
+# The large icon (Alt+Tab, large taskbar buttons) as Wine hands it to the
+# window manager: _NET_WM_ICON's first image, its width, height and ARGB
+# pixels. Kelvo's is a blue tile (#1F5FA8) with gold contacts (#E0B030);
+# without one of its own the dialog is given Wine's logo.
+echo "big_icon=$(xprop -id "$wid" -notype 32c _NET_WM_ICON | sed 's/^[^=]*= //; s/, /\n/g' |
+    awk 'NR == 1 {w = $1} NR == 2 {h = $1} NR > 2 && NR <= 2 + w * h {seen[$1]}
+         END {print w "x" h, ("4280246184" in seen && "4292915248" in seen) ? "Kelvo" : "other"}')"
 
 if [ $f1 = 1 ]; then
     xdotool key F1

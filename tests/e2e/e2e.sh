@@ -8,33 +8,35 @@
 #   e2e.sh BUILD_DIR CASE       run one case; exit 0 pass, 1 fail, 77 skip
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
-scripts=$(cd "$here/../../scripts" && pwd)
+scripts=$(cd "$here/../../scripts" && pwd) docs=$(cd "$here/../../docs" && pwd)
 
 # One case a line, fields separated by "|":
-#   name | Windows (nt, win98) | interfaces | NetBIOS node | planted DLLs
-#   | F1 | how the dialog is closed | expected field | expected output
-#   lines (";") | what the node was asked ("NAME: QUERY KINDS", or "nothing")
+#   name | Windows (nt, win98) | interfaces | NetBIOS node | also | how the
+#   dialog is closed | expected field | expected output lines (";") | what
+#   the node was asked ("NAME: QUERY KINDS", or "nothing")
 # Interfaces, separated by ",": KIND NAME MAC [IPV4/PREFIX]. KIND is tap or
 # bridge (Ethernet to Windows) or tun (not Ethernet, MAC "-"); an interface
 # without an address stays down. The node answers on the first address as
 # MAC, or with "ignore" never answers the node status, or with "negative"
-# refuses it. Closing: space (on OK), enter, escape, altf4, closebox.
+# refuses it. Also: planted (DLLs planted beside Kelvo.exe), f1 (F1 asks for
+# help), picture (the dialog must match docs/kelvo-dialog.png to the pixel;
+# scripts/run.sh --new-reference makes that picture, with the same field).
+# Closing: space (on OK), enter, escape, altf4, closebox.
 CASES=(
-"three-ethernet          |nt   |tap eth0 00:50:56:c0:00:08, tap eth1 00:1a:2b:3c:4d:5e, bridge br0 02:00:00:00:00:03|-|no |no |space   |08-0xc0565800||"
-"non-ethernet-first      |nt   |tun tun0 - 10.9.0.1/24, tap eth0 00:1a:2b:3c:4d:5e|-|no |no |enter   |08-0x3c2b444d||"
-"loopback-only           |nt   ||-|no |no |escape  |0|Line 245: Got 0x23 from NetBios()|"
-"no-node-answers         |nt   |tun tun0 - 10.9.0.1/24|-|no |no |altf4   |0|Line 368: Got 0x5 from NetBios();Line 289: Got 0x3 from NetBios()|"
-"legacy-skips-unassigned |win98|tap eth0 00:1a:2b:3c:4d:5e, tap eth1 00:50:56:c0:00:08 10.9.0.1/24|-|no |no |closebox|08-0xc0565800||"
-"planted-dlls            |nt   ||-|yes|no |space   |0|Line 245: Got 0x23 from NetBios()|"
-"f1-asks-for-help        |nt   |tap eth0 00:1a:2b:3c:4d:5e|-|no |yes|enter   |08-0x3c2b444d||"
-"node-answers            |nt   |tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e|no |no |escape|08-0x3c2b444d|Line 289: Got 0x3 from NetBios()|SCANINFO0029: NB NBSTAT"
-"legacy-asks-node        |win98|tap eth0 00:50:56:c0:00:08, tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e|no |no |space|08-0x3c2b444d|Line 289: Got 0x3 from NetBios()|SCANINFO0029: NB NBSTAT"
-"nt-takes-unassigned     |nt   |tap eth0 00:50:56:c0:00:08, tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e|no |no |enter|08-0xc0565800||nothing"
-"node-ignores-status     |nt   |tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e ignore|no |no |altf4|0|Line 289: Got 0x3 from NetBios()|SCANINFO0029: NB NBSTAT"
-"node-refuses-status     |nt   |tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e negative|no |no |closebox|0|Line 368: Got 0x17 from NetBios();Line 289: Got 0x3 from NetBios()|SCANINFO0029: NB NBSTAT"
+"three-ethernet          |nt   |tap eth0 00:50:56:c0:00:08, tap eth1 00:1a:2b:3c:4d:5e, bridge br0 02:00:00:00:00:03|-|-       |space   |08-0xc0565800||"
+"non-ethernet-first      |nt   |tun tun0 - 10.9.0.1/24, tap eth0 00:1a:2b:3c:4d:5e|-|picture |enter   |08-0x3c2b444d||"
+"loopback-only           |nt   ||-|-       |escape  |0|Line 245: Got 0x23 from NetBios()|"
+"no-node-answers         |nt   |tun tun0 - 10.9.0.1/24|-|-       |altf4   |0|Line 368: Got 0x5 from NetBios();Line 289: Got 0x3 from NetBios()|"
+"legacy-skips-unassigned |win98|tap eth0 00:1a:2b:3c:4d:5e, tap eth1 00:50:56:c0:00:08 10.9.0.1/24|-|-       |closebox|08-0xc0565800||"
+"planted-dlls            |nt   ||-|planted |space   |0|Line 245: Got 0x23 from NetBios()|"
+"f1-asks-for-help        |nt   |tap eth0 00:1a:2b:3c:4d:5e|-|f1      |enter   |08-0x3c2b444d||"
+"node-answers            |nt   |tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e|-       |escape|08-0x3c2b444d|Line 289: Got 0x3 from NetBios()|SCANINFO0029: NB NBSTAT"
+"legacy-asks-node        |win98|tap eth0 00:50:56:c0:00:08, tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e|-       |space|08-0x3c2b444d|Line 289: Got 0x3 from NetBios()|SCANINFO0029: NB NBSTAT"
+"nt-takes-unassigned     |nt   |tap eth0 00:50:56:c0:00:08, tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e|-       |enter|08-0xc0565800||nothing"
+"node-ignores-status     |nt   |tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e ignore|-       |altf4|0|Line 289: Got 0x3 from NetBios()|SCANINFO0029: NB NBSTAT"
+"node-refuses-status     |nt   |tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e negative|-       |closebox|0|Line 368: Got 0x17 from NetBios();Line 289: Got 0x3 from NetBios()|SCANINFO0029: NB NBSTAT"
 )
 
-trim() { sed 's/^ *//; s/ *$//' <<<"$1"; }
 skip() { echo "SKIP: $*"; exit 77; }
 if [ "${1:-}" = --list ]; then
     printf '%s\n' "${CASES[@]}" | cut -d'|' -f1 | tr -d ' '
@@ -43,10 +45,7 @@ fi
 [ $# -eq 2 ] || { echo "usage: e2e.sh --list | e2e.sh BUILD_DIR CASE" >&2; exit 2; }
 build=$(cd "$1" && pwd) wanted=$2
 row=$(printf '%s\n' "${CASES[@]}" | grep "^$wanted *|") || { echo "no case named $wanted" >&2; exit 2; }
-IFS='|' read -r _ windows interfaces node planted f1 close field output asked <<<"$row"
-for column in windows node planted f1 close field output asked; do
-    printf -v "$column" '%s' "$(trim "${!column}")"
-done
+IFS='|' read -r _ windows interfaces node also close field output asked <<<"$(sed 's/ *| */|/g' <<<"$row")"
 
 unshare --net --mount true 2>/dev/null ||
     skip "this machine cannot make private network namespaces (needs root and unshare)"
@@ -76,14 +75,15 @@ fi
 # Kelvo runs from a folder of its own; planted DLLs go beside it, and Wine
 # is told to prefer DLLs there, as Windows' default search order would.
 cp "$build/app/Kelvo.exe" "$case_dir/"
-if [ "$planted" = yes ]; then
-    cp "$build/tests/e2e/iphlpapi.dll" "$build/tests/e2e/netapi32.dll" "$case_dir/"
-    export WINEDLLOVERRIDES="iphlpapi,netapi32=n,b"
-fi
 options=(--close "$close")
 [ "$windows" = nt ] || options+=(--windows "$windows")
-[ "$f1" = no ] || options+=(--f1)
-report=$("$scripts/sandbox.sh" --xvfb --bind "$build" --bind "$here" --setup "$setup" -- \
+case "$also" in
+    planted) cp "$build/tests/e2e/iphlpapi.dll" "$build/tests/e2e/netapi32.dll" "$case_dir/"
+        export WINEDLLOVERRIDES="iphlpapi,netapi32=n,b" ;;
+    f1) options+=(--f1) ;;
+    picture) options+=(--screenshot "$case_dir/dialog.png" --reference "$docs/kelvo-dialog.png") ;;
+esac
+report=$("$scripts/sandbox.sh" --xvfb --bind "$build" --bind "$here" --bind "$docs" --setup "$setup" -- \
     "$here/drive.sh" "${options[@]}" "$case_dir/Kelvo.exe" 2>&1) || true
 printf '%s\n' "$report"
 
@@ -93,13 +93,13 @@ check() {  # WHAT EXPECTED ACTUAL
 }
 value() { sed -n "s/^$1=//p" <<<"$report"; }
 check "field (copied)" "$field" "$(value field)"
-check "field after typing into it" "$field" "$(value after_typing)"
-check "caption icon" 1 "$(value caption_icon)"
+check "large icon" "32x32 Kelvo" "$(value big_icon)"
 check "exit code" 0 "$(value exit_code)"
-if [ "$f1" = yes ]; then
-    check "help asked for" "cmd=1 data=00020066 fn=Kelvo.HLP" "$(value help)"
-    check "field after help" "$field" "$(value after_help)"
-fi
+case "$also" in
+    picture) check "pixels unlike docs/kelvo-dialog.png (see $case_dir/dialog*.png)" 0 "$(value picture)" ;;
+    f1) check "help asked for" "cmd=1 data=00020066 fn=Kelvo.HLP" "$(value help)"
+        check "field after help" "$field" "$(value after_help)" ;;
+esac
 # Centred in the 800x600 Wine desktop (which has no taskbar), to a pixel.
 IFS=, read -r x y w h <<<"$(value frame)"
 off_x=$((2 * ${x:-0} + ${w:-0} - 800)) off_y=$((2 * ${y:-0} + ${h:-0} - 600))
