@@ -30,7 +30,11 @@ const char* AddressSource() {
 }
 
 // The legacy family (Win32s, Windows 4.x of the 9x line) passes over
-// Ethernet adapters whose first IPv4 address is "0.0.0.0".
+// Ethernet adapters whose first IPv4 address is "0.0.0.0". Only what Wine
+// cannot be made to report is here: other adapter types, other versions, a
+// failed version query, an empty list that claims success. The first
+// Ethernet entry in the platform's order, and an unassigned adapter on
+// either family, are proven against Wine by the end-to-end table.
 struct SelectionCase {
     const char* name;
     DWORD platformId;  // 0xFFFF: the version query fails
@@ -48,19 +52,11 @@ TEST(MachineAddress, TakesTheFirstQualifyingEthernetEntry) {
          {{IF_TYPE_IEEE80211, kOther, "10.0.0.2"}, {MIB_IF_TYPE_PPP, kOther, "10.0.0.3"},
           {MIB_IF_TYPE_LOOPBACK, kOther, "127.0.0.1"}, {MIB_IF_TYPE_TOKENRING, kOther, "10.0.0.4"}},
          "NetBIOS"},
-        {"several Ethernet", nt, 10, {Ethernet(kFirst, "10.0.0.2"), Ethernet(kSecond, "10.0.0.3")},
-         "first adapter"},
-        {"other type first", nt, 10,
-         {{IF_TYPE_IEEE80211, kOther, "10.0.0.2"}, Ethernet(kSecond, "10.0.0.3")}, "second adapter"},
         {"empty list", nt, 10, {}, "NetBIOS"},
-        {"NT takes an unassigned adapter", nt, 10, unassignedFirst, "first adapter"},
         {"NT 4 is not legacy", nt, 4, unassignedFirst, "first adapter"},
-        {"Windows 4 skips an unassigned adapter", nine, 4, unassignedFirst, "second adapter"},
         {"Win32s is legacy", VER_PLATFORM_WIN32s, 3, unassignedFirst, "second adapter"},
         {"Windows 5 of the 9x line is not legacy", nine, 5, unassignedFirst, "first adapter"},
         {"a failed version query counts as NT", failed, 4, unassignedFirst, "first adapter"},
-        {"legacy with none assigned", nine, 4,
-         {Ethernet(kFirst, "0.0.0.0"), Ethernet(kSecond, "0.0.0.0")}, "NetBIOS"},
         {"legacy compares the whole text", nine, 4,
          {Ethernet(kFirst, "0.0.0.00"), Ethernet(kSecond, "10.0.0.3")}, "first adapter"},
     };

@@ -23,7 +23,6 @@ DWORD WINAPI FakeGetAdaptersInfo(PIP_ADAPTER_INFO info, PULONG size) {
         IP_ADAPTER_INFO& entry = info[i];
         entry.Next = i + 1 < fake.adapters.size() ? &info[i + 1] : nullptr;
         entry.Type = fake.adapters[i].type;
-        entry.AddressLength = 6;
         memcpy(entry.Address, fake.adapters[i].address, sizeof entry.Address);
         strcpy_s(entry.IpAddressList.IpAddress.String, sizeof entry.IpAddressList.IpAddress.String,
                  fake.adapters[i].ipAddress);
@@ -51,7 +50,6 @@ void ExpectNothingHeld(const std::string& context) {
 }
 
 bool PlatformGetVersion(OSVERSIONINFOW& info) {
-    EXPECT_EQ(276u, info.dwOSVersionInfoSize);
     info.dwPlatformId = fake.platformId;
     info.dwMajorVersion = fake.majorVersion;
     return fake.versionAnswers;

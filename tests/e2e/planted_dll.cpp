@@ -15,9 +15,7 @@ extern "C" __declspec(dllexport) DWORD WINAPI GetAdaptersInfo(PIP_ADAPTER_INFO i
     }
     memset(info, 0, sizeof *info);
     info->Type = MIB_IF_TYPE_ETHERNET;
-    info->AddressLength = 6;
     memset(info->Address, 0x66, 6);
-    strcpy(info->IpAddressList.IpAddress.String, "10.66.66.66");
     return ERROR_SUCCESS;
 }
 
@@ -27,6 +25,5 @@ extern "C" __declspec(dllexport) UCHAR APIENTRY Netbios(PNCB request) {
         memset(status->adapter_address, 0x66, 6);
         status->name_count = 1;
     }
-    request->ncb_retcode = NRC_GOODRET;
     return NRC_GOODRET;
 }
