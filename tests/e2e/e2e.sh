@@ -18,12 +18,13 @@ scripts=$(cd "$here/../../scripts" && pwd) docs=$(cd "$here/../../docs" && pwd)
 # bridge (Ethernet to Windows) or tun (not Ethernet, MAC "-"); an interface
 # without an address stays down. The node answers on the first address as
 # MAC, or with "ignore" never answers the node status, or with "negative"
-# refuses it. Also: planted (DLLs planted beside Kelvo.exe), f1 (F1 asks for
-# help), picture (the dialog must match docs/kelvo-dialog.png to the pixel;
-# scripts/run.sh --new-reference makes that picture, with the same field).
+# refuses it. Also: signed (Kelvo.exe as the sign.Kelvo test signed it),
+# planted (DLLs planted beside Kelvo.exe), f1 (F1 asks for help), picture
+# (the dialog must match docs/kelvo-dialog.png to the pixel; scripts/run.sh
+# --new-reference makes that picture, with the same field).
 # Closing: space (on OK), enter, escape, altf4, closebox.
 CASES=(
-"three-ethernet          |nt   |tap eth0 00:50:56:c0:00:08, tap eth1 00:1a:2b:3c:4d:5e, bridge br0 02:00:00:00:00:03|-|-       |space   |08-0xc0565800||"
+"three-ethernet          |nt   |tap eth0 00:50:56:c0:00:08, tap eth1 00:1a:2b:3c:4d:5e, bridge br0 02:00:00:00:00:03|-|signed  |space   |08-0xc0565800||"
 "non-ethernet-first      |nt   |tun tun0 - 10.9.0.1/24, tap eth0 00:1a:2b:3c:4d:5e|-|picture |enter   |08-0x3c2b444d||"
 "loopback-only           |nt   ||-|-       |escape  |0|Line 245: Got 0x23 from NetBios()|"
 "no-node-answers         |nt   |tun tun0 - 10.9.0.1/24|-|-       |altf4   |0|Line 368: Got 0x5 from NetBios();Line 289: Got 0x3 from NetBios()|"
@@ -68,9 +69,7 @@ for device in "${devices[@]}"; do
     [ -z "${address:-}" ] || setup+=" && ip addr add $address dev $name && ip link set $name up"
     first_address=${first_address:-${address%/*}}
 done
-if [ "$node" != - ]; then
-    setup+=" && /usr/bin/python3 '$here/nbns_node.py' $first_address '$case_dir/node.log' $node"
-fi
+[ "$node" = - ] || setup+=" && /usr/bin/python3 '$here/nbns_node.py' $first_address '$case_dir/node.log' $node"
 
 # Kelvo runs from a folder of its own; planted DLLs go beside it, and Wine
 # is told to prefer DLLs there, as Windows' default search order would.
@@ -78,6 +77,7 @@ cp "$build/app/Kelvo.exe" "$case_dir/"
 options=(--close "$close")
 [ "$windows" = nt ] || options+=(--windows "$windows")
 case "$also" in
+    signed) cp "$build/tests/signed/Kelvo.exe" "$case_dir/" ;;
     planted) cp "$build/tests/e2e/iphlpapi.dll" "$build/tests/e2e/netapi32.dll" "$case_dir/"
         export WINEDLLOVERRIDES="iphlpapi,netapi32=n,b" ;;
     f1) options+=(--f1) ;;
