@@ -43,8 +43,7 @@ TEST(KelvoResources, DialogTemplateHasTheDescribedStyles) {
 // Windows shows the strings of the language and code page that the
 // translation table names; a table that names another block shows nothing.
 TEST(KelvoResources, TranslationNamesTheStringBlock) {
-    DWORD ignored = 0;
-    std::vector<BYTE> info(GetFileVersionInfoSizeW(KELVO_EXE, &ignored));
+    std::vector<BYTE> info(GetFileVersionInfoSizeW(KELVO_EXE, nullptr));
     ASSERT_TRUE(GetFileVersionInfoW(KELVO_EXE, 0, DWORD(info.size()), info.data()));
     WORD* translation = nullptr;
     VS_FIXEDFILEINFO* fixed = nullptr;
