@@ -8,8 +8,8 @@ here=$(cd "$(dirname "$0")" && pwd)
 . "$here/common.sh"
 need_root
 prepare_build
-# The NetBIOS node of the end-to-end table; its cases skip without it.
 ensure_host_packages osslsigncode openssl  # signing, and its test
+# The NetBIOS node of the end-to-end table; its cases skip without it.
 ensure_host_packages python3-scapy || say "python3-scapy could not be installed: the NetBIOS node cases will be skipped"
 cmake --build --preset mingw
 cd "$here/.."

@@ -60,7 +60,7 @@ if [ -n "$screenshot" ]; then
         differ=$(compare -metric AE "${reference:-$screenshot}" "$work/shot.png" "${screenshot%.png}-diff.png" 2>&1)
         mv "$work/shot.png" "$screenshot" && [ "$differ" = 0 ] && break
     done
-    [ -z "$reference" ] || echo "picture=$differ"
+    [ -z "$reference" ] || echo "picture=${differ-no picture taken}"
 fi
 echo "field=$(copy Tab ctrl+c)"
 
@@ -68,8 +68,8 @@ read -r x y w h <<<"$(xwininfo -id "$wid" | awk '/Absolute upper-left X/ {x = $4
     /Absolute upper-left Y/ {y = $4} /Width:/ {w = $2} /Height:/ {h = $2} END {print x, y, w, h}')"
 echo "frame=$x,$y,$w,$h"
 
-# The large icon (Alt+Tab, large taskbar buttons) as Wine hands it to the
-# window manager: _NET_WM_ICON's first image, its width, height and ARGB
+# The large icon (Windows shows it in the Alt+Tab box) as Wine hands it to
+# the window manager: _NET_WM_ICON's first image, its width, height and ARGB
 # pixels. Kelvo's is a blue tile (#1F5FA8) with gold contacts (#E0B030);
 # without one of its own the dialog is given Wine's logo.
 echo "big_icon=$(xprop -id "$wid" -notype 32c _NET_WM_ICON | sed 's/^[^=]*= //; s/, /\n/g' |
