@@ -8,9 +8,9 @@ KELVO_WINE_ROOT=${KELVO_WINE_ROOT:-/var/lib/kelvo/wine-root}
 # copy-on-write layer over it, so runs never change it.
 KELVO_PREFIX=/opt/kelvo/prefix
 
-# Bump when the list of packages inside the root changes, so that an older
-# root gets the missing packages added.
-KELVO_ROOT_LEVEL=5
+# Bump when the list of packages inside the root, or what the prefix is
+# given, changes, so that an older root is brought up to date.
+KELVO_ROOT_LEVEL=6
 KELVO_ROOT_PACKAGES="wine wine32 fonts-wine xvfb x11-utils imagemagick iproute2 xdotool xclip"
 
 say() { printf '[kelvo] %s\n' "$*" >&2; }

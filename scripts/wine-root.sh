@@ -52,9 +52,13 @@ if [ "$(cat "$root$KELVO_PREFIX/.kelvo-prefix-level" 2>/dev/null)" != "$KELVO_RO
     rm -rf "$root$KELVO_PREFIX"
     mkdir -p "$root$KELVO_PREFIX"
     "$here/sandbox.sh" --keep-prefix sh -c '/usr/lib/wine/wine wineboot --init && /usr/lib/wine/wineserver -w'
-    # Wine's own TrueType fonts (Marlett draws the caption buttons) are not
-    # found where this Wine looks unless they are in the prefix.
-    cp "$root"/usr/share/wine/fonts/*.ttf "$root$KELVO_PREFIX/drive_c/windows/Fonts/"
+    # Wine's own fonts are not found where this Wine looks unless they are
+    # in the prefix: the TrueType ones (Marlett draws the caption buttons)
+    # and the bitmap ones. "MS Sans Serif", the dialog's font, is a bitmap
+    # font (sserife.fon); without it Wine skips its bitmap-only
+    # ms_sans_serif.ttf and draws the dialog in a wider substitute.
+    cp "$root"/usr/share/wine/fonts/*.ttf "$root"/usr/share/wine/fonts/*.fon \
+        "$root$KELVO_PREFIX/drive_c/windows/Fonts/"
     echo "$KELVO_ROOT_LEVEL" > "$root$KELVO_PREFIX/.kelvo-prefix-level"
 fi
 echo "$KELVO_ROOT_LEVEL" > "$stamp"
