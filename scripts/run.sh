@@ -89,7 +89,7 @@ report=$("$here/sandbox.sh" --xvfb "${binds[@]}" --bind "$top/tests/e2e" --setup
     "$top/tests/e2e/drive.sh" --screenshot "$out/kelvo-dialog.png" "$kelvo") \
     || { printf '%s\n' "$report"; die "no dialog appeared"; }
 
-sed -n 's/^stdout=/Kelvo wrote: /p' <<<"$report"
+sed -n 's/^stdout=/Kelvo wrote: /p; s/^gave_up=/Gave up waiting for: /p' <<<"$report"
 echo "Machine ID: $(sed -n 's/^field=//p' <<<"$report")"
 echo "Screenshot: $out/kelvo-dialog.png"
 if [ $new_reference = 1 ]; then

@@ -13,8 +13,9 @@
 # put on the clipboard), frame (the dialog's x,y,width,height), big_icon
 # (the large icon handed to the window manager), help and after_help (with
 # --f1: what the help engine was asked for, and the field afterwards),
-# exit_code and stdout (one line each).
-# Exit status 1 when no dialog appeared.
+# exit_code and stdout (one line each), and gave_up for each wait on Wine or
+# X that ran out of time, naming what it waited for: every such wait is
+# bounded. Exit status 1 when no dialog appeared.
 set -u
 windows="" f1=0 close=space screenshot="" reference=""
 while [ $# -gt 1 ]; do
@@ -28,6 +29,18 @@ while [ $# -gt 1 ]; do
     esac
 done
 work=$(mktemp -d)
+exec 3>&1  # the report, also from inside $(...)
+
+# Runs COMMAND for at most SECONDS; when it runs out, says what it waited for.
+bounded() {  # SECONDS WHAT COMMAND...
+    local seconds=$1 what=$2 status=0
+    shift 2
+    timeout "$seconds" "$@" || status=$?
+    [ $status != 124 ] || echo "gave_up=$what (${seconds} s)" >&3
+    return $status
+}
+ask_x() { bounded 5 "$*" "$@"; }  # one X request
+now_us() { echo "${EPOCHREALTIME/[.,]/}"; }
 
 # The desktop and the Windows version, set before Wine starts (the prefix
 # is a throwaway layer). Wine's window trace shows the help engine's request.
@@ -40,14 +53,22 @@ trace=-all
 [ $f1 = 0 ] || trace=-all,trace+win
 WINEDEBUG=$trace /usr/lib/wine/wine "$1" >"$work/stdout" 2>"$work/stderr" &
 pid=$!
-wid=$(timeout 30 xdotool search --sync --onlyvisible --name '^Kelvo$' 2>/dev/null | head -n 1)
+wid=$(bounded 30 "a visible window titled Kelvo" xdotool search --sync --onlyvisible --name '^Kelvo$' \
+    2>/dev/null | head -n 1)
 [ -n "$wid" ] || { echo "error=no dialog appeared"; kill $pid; exit 1; }
 
 copy() {  # KEYS...: press them, then print what the clipboard holds
-    printf '(none)' | xclip -selection clipboard >/dev/null 2>&1
-    xdotool key "$@"
-    for _ in $(seq 50); do [ "$(xclip -o -selection clipboard)" != "(none)" ] && break; sleep 0.02; done
-    xclip -o -selection clipboard 2>/dev/null
+    printf '(none)' | ask_x xclip -selection clipboard >/dev/null 2>&1
+    ask_x xdotool key "$@"
+    # Wine now and then leaves a selection request unanswered until another
+    # X event arrives; the next request releases it. So each read is cut
+    # short and asked again, for up to 5 s in all.
+    local text deadline=$(($(now_us) + 5000000))
+    until text=$(timeout 0.5 xclip -o -selection clipboard 2>/dev/null) && [ "$text" != "(none)" ]; do
+        (( $(now_us) < deadline )) || { echo "gave_up=the copy of the field after $* (5 s)" >&3; break; }
+        sleep 0.02
+    done
+    printf '%s' "$text"
 }
 # The dialog alone, frame included, as it opens: focus on OK, the default
 # button. It may still be painting, so the picture is taken again, for up
@@ -56,7 +77,7 @@ copy() {  # KEYS...: press them, then print what the clipboard holds
 if [ -n "$screenshot" ]; then
     for _ in $(seq 20); do
         sleep 0.05
-        import -window "$wid" "$work/shot.png" 2>/dev/null || continue
+        ask_x import -window "$wid" "$work/shot.png" 2>/dev/null || continue
         differ=$(compare -metric AE "${reference:-$screenshot}" "$work/shot.png" "${screenshot%.png}-diff.png" 2>&1)
         mv "$work/shot.png" "$screenshot" && [ "$differ" = 0 ] && break
     done
@@ -64,7 +85,7 @@ if [ -n "$screenshot" ]; then
 fi
 echo "field=$(copy Tab ctrl+c)"
 
-read -r x y w h <<<"$(xwininfo -id "$wid" | awk '/Absolute upper-left X/ {x = $4}
+read -r x y w h <<<"$(ask_x xwininfo -id "$wid" | awk '/Absolute upper-left X/ {x = $4}
     /Absolute upper-left Y/ {y = $4} /Width:/ {w = $2} /Height:/ {h = $2} END {print x, y, w, h}')"
 echo "frame=$x,$y,$w,$h"
 
@@ -72,30 +93,31 @@ echo "frame=$x,$y,$w,$h"
 # the window manager: _NET_WM_ICON's first image, its width, height and ARGB
 # pixels. Kelvo's is a blue tile (#1F5FA8) with gold contacts (#E0B030);
 # without one of its own the dialog is given Wine's logo.
-echo "big_icon=$(xprop -id "$wid" -notype 32c _NET_WM_ICON | sed 's/^[^=]*= //; s/, /\n/g' |
+echo "big_icon=$(ask_x xprop -id "$wid" -notype 32c _NET_WM_ICON | sed 's/^[^=]*= //; s/, /\n/g' |
     awk 'NR == 1 {w = $1} NR == 2 {h = $1} NR > 2 && NR <= 2 + w * h {seen[$1]}
          END {print w "x" h, ("4280246184" in seen && "4292915248" in seen) ? "Kelvo" : "other"}')"
 
 if [ $f1 = 1 ]; then
-    xdotool key F1
+    ask_x xdotool key F1
     # Wine's help engine cannot find the file and asks, in a window titled
     # ERROR, whether to look for it: No. (The key's release reaches a box
     # already gone, which X reports, harmlessly.) Then back to the dialog.
-    engine=$(timeout 15 xdotool search --sync --onlyvisible --name '^ERROR$' 2>/dev/null | head -n 1)
-    [ -z "$engine" ] || xdotool key --window "$engine" n 2>/dev/null
-    for _ in $(seq 50); do xdotool search --onlyvisible --name '^ERROR$' >/dev/null || break; sleep 0.1; done
-    xdotool mousemove --window "$wid" $((w / 2)) 10 click 1
+    engine=$(bounded 15 "the help engine's question" xdotool search --sync --onlyvisible \
+        --name '^ERROR$' 2>/dev/null | head -n 1)
+    [ -z "$engine" ] || ask_x xdotool key --window "$engine" n 2>/dev/null
+    for _ in $(seq 50); do ask_x xdotool search --onlyvisible --name '^ERROR$' >/dev/null || break; sleep 0.1; done
+    ask_x xdotool mousemove --window "$wid" $((w / 2)) 10 click 1
     request=$(grep -a -m1 -o 'cmd=[0-9]* data=[0-9a-f]* fn=.*' "$work/stderr" | tr -d '\r')
     echo "help=${request:-none}" | sed 's/fn=.*\\/fn=/'
     echo "after_help=$(copy shift+Tab Tab ctrl+c)"
 fi
 
 case "$close" in
-    space) xdotool key shift+Tab space ;;
-    enter) xdotool key Return ;;
-    escape) xdotool key Escape ;;
-    altf4) xdotool key alt+F4 ;;
-    closebox) xdotool mousemove --window "$wid" $((w - 11)) 10 click 1 ;;
+    space) ask_x xdotool key shift+Tab space ;;
+    enter) ask_x xdotool key Return ;;
+    escape) ask_x xdotool key Escape ;;
+    altf4) ask_x xdotool key alt+F4 ;;
+    closebox) ask_x xdotool mousemove --window "$wid" $((w - 11)) 10 click 1 ;;
 esac
 for _ in $(seq 100); do kill -0 $pid 2>/dev/null || break; sleep 0.05; done
 if kill $pid 2>/dev/null; then  # it was still running

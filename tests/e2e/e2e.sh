@@ -92,6 +92,7 @@ check() {  # WHAT EXPECTED ACTUAL
     [ "$2" = "$3" ] || { echo "FAIL $wanted: $1: expected [$2], got [$3]"; status=1; }
 }
 value() { sed -n "s/^$1=//p" <<<"$report"; }
+check "waits on Wine or X that gave up" "" "$(value gave_up)"
 check "field (copied)" "$field" "$(value field)"
 check "large icon" "32x32 Kelvo" "$(value big_icon)"
 check "exit code" 0 "$(value exit_code)"
