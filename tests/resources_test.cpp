@@ -1,6 +1,6 @@
 // Kelvo.exe's resources, read from the built program as a data file: the
-// dialog's styles, version information findable the way Windows finds it,
-// and a manifest that asks for nothing. How the dialog looks and behaves
+// dialog's styles, the version information as Windows finds it, and a
+// manifest that asks for nothing. How the dialog looks and behaves
 // is checked on the live dialog by the end-to-end table.
 #include <windows.h>
 
@@ -40,27 +40,43 @@ TEST(KelvoResources, DialogTemplateHasTheDescribedStyles) {
     EXPECT_EQ(style, header[3]) << std::hex << "style 0x" << header[3];
 }
 
-// Windows shows the strings of the language and code page that the
-// translation table names; a table that names another block shows nothing.
-TEST(KelvoResources, TranslationNamesTheStringBlock) {
+// Version information as Windows' file properties read it: the strings of
+// the block that the translation table names (a table that names another
+// block shows nothing), and the numeric versions.
+TEST(KelvoResources, VersionInformationCarriesTheProductsTexts) {
     std::vector<BYTE> info(GetFileVersionInfoSizeW(KELVO_EXE, nullptr));
     ASSERT_TRUE(GetFileVersionInfoW(KELVO_EXE, 0, DWORD(info.size()), info.data()));
-    WORD* translation = nullptr;
-    VS_FIXEDFILEINFO* fixed = nullptr;
-    wchar_t* text = nullptr;
+    const auto query = [&](const std::wstring& path, UINT* length) {
+        void* found = nullptr;
+        return VerQueryValueW(info.data(), path.c_str(), &found, length) ? found : nullptr;
+    };
     UINT length = 0;
-    ASSERT_TRUE(VerQueryValueW(info.data(), L"\\VarFileInfo\\Translation",
-                               reinterpret_cast<void**>(&translation), &length));
-    ASSERT_EQ(4u, length) << "one language and code page";
-    wchar_t path[64];
-    swprintf(path, 64, L"\\StringFileInfo\\%04x%04x\\ProductVersion", translation[0], translation[1]);
-    ASSERT_TRUE(VerQueryValueW(info.data(), path, reinterpret_cast<void**>(&text), &length)) << path;
-    ASSERT_TRUE(VerQueryValueW(info.data(), L"\\", reinterpret_cast<void**>(&fixed), &length));
-    wchar_t numbers[32];
-    swprintf(numbers, 32, L"%u.%u.%u.%u", HIWORD(fixed->dwProductVersionMS),
-             LOWORD(fixed->dwProductVersionMS), HIWORD(fixed->dwProductVersionLS),
-             LOWORD(fixed->dwProductVersionLS));
-    EXPECT_EQ(std::wstring(numbers), std::wstring(text)) << "the text and the numbers disagree";
+    const WORD* translation = static_cast<const WORD*>(query(L"\\VarFileInfo\\Translation", &length));
+    ASSERT_TRUE(translation != nullptr && length == 4) << "one language and code page";
+    wchar_t block[32];
+    swprintf(block, 32, L"\\StringFileInfo\\%04x%04x\\", translation[0], translation[1]);
+    const VS_FIXEDFILEINFO* fixed = static_cast<const VS_FIXEDFILEINFO*>(query(L"\\", &length));
+    ASSERT_NE(nullptr, fixed);
+    const auto numbers = [](DWORD ms, DWORD ls) {
+        wchar_t text[32];
+        swprintf(text, 32, L"%u.%u.%u.%u", HIWORD(ms), LOWORD(ms), HIWORD(ls), LOWORD(ls));
+        return std::wstring(text);
+    };
+    const struct {
+        const wchar_t* key;
+        const wchar_t* expected;
+    } texts[] = {
+        {L"FileVersion", L"1.0.0.4"},         {L"ProductVersion", L"6.20.0.0"},
+        {L"InternalName", L"Kelvo"},          {L"OriginalFilename", L"Kelvo.EXE"},
+        {L"FileDescription", L"Kelvo MFC Application"}, {L"ProductName", L"Kelvo Application"},
+    };
+    for (const auto& row : texts) {
+        const wchar_t* text = static_cast<const wchar_t*>(query(block + std::wstring(row.key), &length));
+        EXPECT_EQ(std::wstring(row.expected), std::wstring(text ? text : L"(none)")) << block << row.key;
+    }
+    EXPECT_EQ(L"1.0.0.4", numbers(fixed->dwFileVersionMS, fixed->dwFileVersionLS)) << "file version numbers";
+    EXPECT_EQ(L"6.20.0.0", numbers(fixed->dwProductVersionMS, fixed->dwProductVersionLS))
+        << "product version numbers";
 }
 
 TEST(KelvoResources, ManifestAsksForNoElevationAndDeclaresDpiAwareness) {
