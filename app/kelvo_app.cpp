@@ -2,37 +2,11 @@
 // to the one application object, whose InitInstance runs the dialog.
 #include "kelvo_app.h"
 
+#include "help_file.h"
 #include "kelvo_dlg.h"
 #include "resource.h"
 
-#include <string.h>
-
 CKelvoApp theApp;
-
-namespace {
-
-// The program's own path with its extension replaced by ".HLP".
-bool GetHelpFilePath(wchar_t (&path)[MAX_PATH]) {
-    const DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
-    if (length == 0 || length >= MAX_PATH) {
-        return false;  // failed or cut short
-    }
-    wchar_t* end = path + length;
-    for (wchar_t* c = end; c > path && c[-1] != L'\\'; --c) {
-        if (c[-1] == L'.') {
-            end = c - 1;
-            break;
-        }
-    }
-    const wchar_t extension[] = L".HLP";
-    if (end + sizeof extension / sizeof *extension > path + MAX_PATH) {
-        return false;
-    }
-    memcpy(end, extension, sizeof extension);
-    return true;
-}
-
-}  // namespace
 
 BOOL CKelvoApp::InitInstance() {
     CKelvoDlg dlg(nullptr);
@@ -56,7 +30,8 @@ BOOL CKelvoApp::OnCmdMsg(WORD id) {
 // itself, if at all; the dialog stays open and usable either way.
 void CKelvoApp::OnHelp() {
     wchar_t helpFile[MAX_PATH];
-    if (m_pMainWnd == nullptr || !GetHelpFilePath(helpFile)) {
+    if (m_pMainWnd == nullptr ||
+        !MakeHelpFilePath(helpFile, GetModuleFileNameW(nullptr, helpFile, MAX_PATH))) {
         return;
     }
     WinHelpW(m_pMainWnd->GetSafeHwnd(), helpFile, HELP_CONTEXT, m_pMainWnd->GetHelpContext());
