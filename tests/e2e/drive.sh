@@ -4,20 +4,21 @@
 # ImageMagick).
 # Runs inside the Wine root, in a namespace whose X server is $DISPLAY.
 #
-#   drive.sh [--windows win98] [--f1] [--close HOW]
+#   drive.sh [--windows win98] [--f1] [--close HOW] [--probe dialog_probe.exe]
 #            [--screenshot FILE [--reference PNG]] Kelvo.exe
 #
 # HOW: space (on OK; the default), enter, escape, altf4 or closebox.
 # Reports what it saw as key=value lines: picture (with --reference: how many
 # pixels of the dialog as it opened differ from PNG), field (what Tab, Ctrl+C
 # put on the clipboard), frame (the dialog's x,y,width,height), big_icon
-# (the large icon handed to the window manager), help and after_help (with
-# --f1: what the help engine was asked for, and the field afterwards),
+# (the large icon handed to the window manager), help (with --f1: what the
+# help engine was asked for), accessible and held (with --probe: what the
+# system says of the field and of Kelvo's DLLs once the field is filled),
 # exit_code and stdout (one line each), and gave_up for each wait on Wine or
 # X that ran out of time, naming what it waited for: every such wait is
 # bounded. Exit status 1 when no dialog appeared.
 set -u
-windows="" f1=0 close=space screenshot="" reference=""
+windows="" f1=0 close=space screenshot="" reference="" probe=""
 while [ $# -gt 1 ]; do
     case "$1" in
         --windows) windows=$2; shift 2 ;;
@@ -25,6 +26,7 @@ while [ $# -gt 1 ]; do
         --close) close=$2; shift 2 ;;
         --screenshot) screenshot=$2; shift 2 ;;
         --reference) reference=$2; shift 2 ;;
+        --probe) probe=$2; shift 2 ;;
         *) break ;;
     esac
 done
@@ -83,11 +85,28 @@ if [ -n "$screenshot" ]; then
     done
     [ -z "$reference" ] || echo "picture=${differ-no picture taken}"
 fi
-echo "field=$(copy Tab ctrl+c)"
-
 read -r x y w h <<<"$(ask_x xwininfo -id "$wid" | awk '/Absolute upper-left X/ {x = $4}
     /Absolute upper-left Y/ {y = $4} /Width:/ {w = $2} /Height:/ {h = $2} END {print x, y, w, h}')"
 echo "frame=$x,$y,$w,$h"
+
+# F1 first, as on a fresh start: no key has been pressed yet, so Ctrl's
+# toggle state is still off.
+if [ $f1 = 1 ]; then
+    ask_x xdotool key F1
+    # Wine's help engine cannot find the file and asks, in a window titled
+    # ERROR, whether to look for it: No. (The key's release reaches a box
+    # already gone, which X reports, harmlessly.) Then back to the dialog,
+    # which must work as before.
+    engine=$(bounded 15 "the help engine's question" xdotool search --sync --onlyvisible \
+        --name '^ERROR$' 2>/dev/null | head -n 1)
+    [ -z "$engine" ] || ask_x xdotool key --window "$engine" n 2>/dev/null
+    for _ in $(seq 50); do ask_x xdotool search --onlyvisible --name '^ERROR$' >/dev/null || break; sleep 0.1; done
+    ask_x xdotool mousemove --window "$wid" $((w / 2)) 10 click 1
+    request=$(grep -a -m1 -o 'cmd=[0-9]* data=[0-9a-f]* fn=.*' "$work/stderr" | tr -d '\r')
+    echo "help=${request:-none}" | sed 's/fn=.*\\/fn=/'
+fi
+echo "field=$(copy Tab ctrl+c)"
+[ -z "$probe" ] || bounded 20 "dialog_probe.exe" /usr/lib/wine/wine "$probe" 2>/dev/null | tr -d '\r'
 
 # The large icon (Windows shows it in the Alt+Tab box) as Wine hands it to
 # the window manager: _NET_WM_ICON's first image, its width, height and ARGB
@@ -97,20 +116,6 @@ echo "big_icon=$(ask_x xprop -id "$wid" -notype 32c _NET_WM_ICON | sed 's/^[^=]*
     awk 'NR == 1 {w = $1} NR == 2 {h = $1} NR > 2 && NR <= 2 + w * h {seen[$1]}
          END {print w "x" h, ("4280246184" in seen && "4292915248" in seen) ? "Kelvo" : "other"}')"
 
-if [ $f1 = 1 ]; then
-    ask_x xdotool key F1
-    # Wine's help engine cannot find the file and asks, in a window titled
-    # ERROR, whether to look for it: No. (The key's release reaches a box
-    # already gone, which X reports, harmlessly.) Then back to the dialog.
-    engine=$(bounded 15 "the help engine's question" xdotool search --sync --onlyvisible \
-        --name '^ERROR$' 2>/dev/null | head -n 1)
-    [ -z "$engine" ] || ask_x xdotool key --window "$engine" n 2>/dev/null
-    for _ in $(seq 50); do ask_x xdotool search --onlyvisible --name '^ERROR$' >/dev/null || break; sleep 0.1; done
-    ask_x xdotool mousemove --window "$wid" $((w / 2)) 10 click 1
-    request=$(grep -a -m1 -o 'cmd=[0-9]* data=[0-9a-f]* fn=.*' "$work/stderr" | tr -d '\r')
-    echo "help=${request:-none}" | sed 's/fn=.*\\/fn=/'
-    echo "after_help=$(copy shift+Tab Tab ctrl+c)"
-fi
 
 case "$close" in
     space) ask_x xdotool key shift+Tab space ;;
