@@ -2,8 +2,10 @@
 # Reads a built Kelvo.exe and fails unless it is a small, hardened 32-bit
 # Windows GUI program that starts on Windows XP SP3 and later:
 #   machine i386, GUI subsystem, operating-system and subsystem versions at
-#   most 5.1; ASLR, DEP and terminal-server-aware flags; no section both
-#   writable and executable; every imported function exported by XP SP3's
+#   most 5.1; ASLR, DEP, terminal-server-aware and no-SEH flags, and no
+#   instruction that registers a frame-based exception handler (a write to
+#   %fs:0, the head of the thread's handler list), which would make the
+#   no-SEH flag untrue; no section both writable and executable; every imported function exported by XP SP3's
 #   DLL of that name, by the lists in xp-exports/ (there are lists only for
 #   DLLs that Windows keeps as known DLLs, so a DLL without a list fails,
 #   and the adapter and NetBIOS libraries, loaded at run time from the
@@ -31,10 +33,13 @@ for kind in OSystem:operating-system Subsystem:subsystem; do
 done
 
 flags=$((16#$(awk '/^DllCharacteristics/ {print $2}' <<<"$headers")))
-for check in "0x0040 ASLR (dynamic base)" "0x0100 DEP (NX compatible)" "0x8000 terminal-server aware"; do
+for check in "0x0040 ASLR (dynamic base)" "0x0100 DEP (NX compatible)" "0x0400 no SEH handlers" \
+    "0x8000 terminal-server aware"; do
     bit=${check%% *}
     (( flags & bit )) || fail "DllCharacteristics lacks ${check#* }"
 done
+
+$objdump -d "$program" | grep -E ',%fs:(0x0)?$' | sed 's/^/FAIL: registers an exception handler: /' | grep . && status=1
 
 # objdump marks code sections CODE; a code section without READONLY is
 # writable as well as executable.
