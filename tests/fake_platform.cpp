@@ -99,14 +99,13 @@ void PlatformHeapFree(void* block) {
 void PlatformNetbiosOpen() {
     fake.heldWhenNetbiosOpened = fake.librariesHeld + fake.mallocBlocksHeld;
     ++fake.netbiosOpenDepth;
-    ++fake.netbiosSessions;
 }
 
 void PlatformNetbiosClose() { --fake.netbiosOpenDepth; }
 
 UCHAR PlatformNetbios(NCB& request) {
     fake.requests.push_back(request);
-    if (!fake.hasNetbios || fake.netbiosOpenDepth == 0) return NRC_OPENERR;
+    if (fake.netbiosOpenDepth == 0) return NRC_OPENERR;
     const FakeNetbiosAnswers& answers = fake.netbios;
     switch (request.ncb_command) {
     case NCBRESET: return answers.reset;

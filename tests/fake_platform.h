@@ -36,7 +36,6 @@ struct FakePlatform {
     DWORD listAnswer = ERROR_SUCCESS;
     std::vector<FakeAdapter> adapters;
     bool mallocFails = false;
-    bool hasNetbios = true;
     FakeNetbiosAnswers netbios;
     uint8_t netbiosAddress[6] = {0x02, 0x4e, 0x42, 0x00, 0x00, 0x01};
     bool heapFails = false;
@@ -49,7 +48,6 @@ struct FakePlatform {
     int mallocBlocksHeld = 0;
     int heapBlocksHeld = 0;
     int netbiosOpenDepth = 0;
-    int netbiosSessions = 0;
     int heldWhenNetbiosOpened = 0;  // libraries and list buffers still held then
     std::vector<NCB> requests;
     std::string output;

