@@ -12,8 +12,8 @@
 # pixels of the dialog as it opened differ from PNG), field (what Tab, Ctrl+C
 # put on the clipboard), frame (the dialog's x,y,width,height), big_icon
 # (the large icon handed to the window manager), help (with --f1: what the
-# help engine was asked for), accessible and held (with --probe: what the
-# system says of the field and of Kelvo's DLLs once the field is filled),
+# help engine was asked for), accessible and held (with --probe: what MSAA
+# says of the field, and which of iphlpapi and netapi32 Kelvo still holds),
 # exit_code and stdout (one line each), and gave_up for each wait on Wine or
 # X that ran out of time, naming what it waited for: every such wait is
 # bounded. Exit status 1 when no dialog appeared.
@@ -106,7 +106,17 @@ if [ $f1 = 1 ]; then
     echo "help=${request:-none}" | sed 's/fn=.*\\/fn=/'
 fi
 echo "field=$(copy Tab ctrl+c)"
-[ -z "$probe" ] || bounded 20 "dialog_probe.exe" /usr/lib/wine/wine "$probe" 2>/dev/null | tr -d '\r'
+# With the identifier shown: what a screen reader is told of the field, and
+# whether Kelvo still holds the DLLs it loads only to find the address (Wine's
+# debugger lists the process's modules; "kelvo" among them shows it read them).
+if [ -n "$probe" ]; then
+    bounded 20 "dialog_probe.exe" /usr/lib/wine/wine "$probe" 2>/dev/null | tr -d '\r'
+    kelvo=$(bounded 10 "winedbg's process list" /usr/lib/wine/wine winedbg --command "info process" 2>/dev/null |
+        awk '/Kelvo\.exe/ {print $1}')
+    echo "held=$(bounded 10 "winedbg's module list" /usr/lib/wine/wine winedbg --command "info share" "0x$kelvo" \
+        2>/dev/null | tr -d '\r' | awk '$NF == "kelvo" {read = 1} $NF ~ /^(iphlpapi|netapi32)$/ {held = held " " $NF}
+        END {print !read ? "(module list unreadable)" : held == "" ? "none" : substr(held, 2)}')"
+fi
 
 # The large icon (Windows shows it in the Alt+Tab box) as Wine hands it to
 # the window manager: _NET_WM_ICON's first image, its width, height and ARGB
