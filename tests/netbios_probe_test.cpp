@@ -29,20 +29,21 @@ TEST(NetbiosProbe, SendsResetAddStatusDeleteWithOnlyTheirOwnFields) {
     ExpectNothingHeld("a probe that every request answers");
     const std::vector<NCB>& sent = Fake().requests;
     ASSERT_EQ(4u, sent.size());
-    const char name[] = "SCANINFO1A2B    ";
-    NCB expected[4];
-    memset(expected, 0, sizeof expected);
-    expected[0].ncb_command = NCBRESET;
-    expected[0].ncb_callname[0] = 20;  // sessions
-    expected[0].ncb_callname[2] = 30;  // names
-    expected[1].ncb_command = NCBADDNAME;
-    memcpy(expected[1].ncb_name, name, NCBNAMSZ);
-    expected[2].ncb_command = NCBASTAT;
+    const auto request = [](UCHAR command, const char* name, const char* callname) {
+        NCB r;
+        memset(&r, 0, sizeof r);
+        r.ncb_command = command;
+        memcpy(r.ncb_name, name, NCBNAMSZ);
+        memcpy(r.ncb_callname, callname, NCBNAMSZ);
+        return r;
+    };
+    const char* none = "\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0";
+    const char* probe = "SCANINFO1A2B    ";
+    NCB expected[4] = {request(NCBRESET, none, "\x14\0\x1e\0\0\0\0\0\0\0\0\0\0\0\0"),  // 20 sessions, 30 names
+                       request(NCBADDNAME, probe, none), request(NCBASTAT, none, probe),
+                       request(NCBDELNAME, probe, none)};
     expected[2].ncb_buffer = sent[2].ncb_buffer;  // the probe's own heap block
     expected[2].ncb_length = 4650;
-    memcpy(expected[2].ncb_callname, name, NCBNAMSZ);
-    expected[3].ncb_command = NCBDELNAME;
-    memcpy(expected[3].ncb_name, name, NCBNAMSZ);
     for (size_t i = 0; i < 4; ++i) {
         EXPECT_EQ(0, memcmp(&expected[i], &sent[i], sizeof sent[i]))
             << "request " << i << "\n  expected " << Describe(expected[i]) << "\n  actual   "
