@@ -112,7 +112,7 @@ UCHAR PlatformNetbios(NCB& request) {
     case NCBADDNAME: return answers.addName;
     case NCBDELNAME: return answers.deleteName;
     case NCBASTAT:
-        if (answers.adapterStatus == NRC_GOODRET && answers.fillsStatus) {
+        if (answers.adapterStatus == NRC_GOODRET) {
             ADAPTER_STATUS* status = reinterpret_cast<ADAPTER_STATUS*>(request.ncb_buffer);
             memcpy(status->adapter_address, fake.netbiosAddress, sizeof fake.netbiosAddress);
             status->name_count = 1;

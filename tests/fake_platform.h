@@ -22,7 +22,6 @@ struct FakeNetbiosAnswers {
     UCHAR addName = NRC_GOODRET;
     UCHAR adapterStatus = NRC_GOODRET;
     UCHAR deleteName = NRC_GOODRET;
-    bool fillsStatus = true;  // false: a successful status request writes nothing
 };
 
 struct FakePlatform {
