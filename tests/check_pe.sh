@@ -5,10 +5,10 @@
 #   most 5.1; ASLR, DEP, terminal-server-aware and no-SEH flags, and no
 #   instruction that registers a frame-based exception handler (a write to
 #   %fs:0, the head of the thread's handler list), which would make the
-#   no-SEH flag untrue; no section both writable and executable; every imported function exported by XP SP3's
-#   DLL of that name, by the lists in xp-exports/ (there are lists only for
-#   DLLs that Windows keeps as known DLLs, so a DLL without a list fails,
-#   and the adapter and NetBIOS libraries, loaded at run time from the
+#   no-SEH flag untrue; no section both writable and executable; every
+#   imported function exported by XP SP3's DLL of that name, by the lists
+#   in xp-exports/ (there are lists only for DLLs that Windows keeps as
+#   known DLLs, so a DLL without a list fails, and the adapter and NetBIOS libraries, loaded at run time from the
 #   system directory, never appear); at most MAX_BYTES long, not counting
 #   an Authenticode signature's certificate table (data directory 4, which
 #   signing appends to the file: the budget is the program's).

@@ -126,7 +126,6 @@ echo "big_icon=$(ask_x xprop -id "$wid" -notype 32c _NET_WM_ICON | sed 's/^[^=]*
     awk 'NR == 1 {w = $1} NR == 2 {h = $1} NR > 2 && NR <= 2 + w * h {seen[$1]}
          END {print w "x" h, ("4280246184" in seen && "4292915248" in seen) ? "Kelvo" : "other"}')"
 
-
 case "$close" in
     space) ask_x xdotool key shift+Tab space ;;
     enter) ask_x xdotool key Return ;;
