@@ -8,10 +8,11 @@
 #   no-SEH flag untrue; no section both writable and executable; every
 #   imported function exported by XP SP3's DLL of that name, by the lists
 #   in xp-exports/ (there are lists only for DLLs that Windows keeps as
-#   known DLLs, so a DLL without a list fails, and the adapter and NetBIOS libraries, loaded at run time from the
-#   system directory, never appear); at most MAX_BYTES long, not counting
-#   an Authenticode signature's certificate table (data directory 4, which
-#   signing appends to the file: the budget is the program's).
+#   known DLLs, so a DLL without a list fails, and the adapter and NetBIOS
+#   libraries, loaded at run time from the system directory, never
+#   appear); at most MAX_BYTES long, not counting an Authenticode
+#   signature's certificate table (data directory 4, which signing appends
+#   to the file: the budget is the program's).
 #
 #   check_pe.sh PROGRAM.exe MAX_BYTES
 set -euo pipefail
