@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Builds Kelvo.exe and runs it under 32-bit Wine. Installs what is missing
-# first; needs root.
+# Builds Kelvo.exe and runs it under 32-bit Wine, natively or inside the
+# emulated guest of guest.sh, as this machine allows. Installs what is
+# missing first; needs root.
 #
 #   scripts/run.sh                 this machine's Ethernet adapters
 #   scripts/run.sh --isolated MAC  one Ethernet adapter with address MAC
@@ -73,8 +74,11 @@ else
     fi
 fi
 
+say "Kelvo runs $(describe_layer)"
 binds=(--bind "$build")
-if [ $new_reference = 0 ] && [[ ${DISPLAY:-} =~ ^:([0-9]+) ]] && [ -S "/tmp/.X11-unix/X${BASH_REMATCH[1]}" ]; then
+if [ "$(i386_layer)" = guest ] && [ -n "${DISPLAY:-}" ]; then
+    say "the emulated guest cannot reach display $DISPLAY: using a virtual X server instead"
+elif [ $new_reference = 0 ] && [[ ${DISPLAY:-} =~ ^:([0-9]+) ]] && [ -S "/tmp/.X11-unix/X${BASH_REMATCH[1]}" ]; then
     say "opening the dialog on display $DISPLAY"
     binds+=(--bind /tmp/.X11-unix)
     if [ -n "${XAUTHORITY:-}" ] && [ -f "$XAUTHORITY" ]; then
@@ -85,7 +89,7 @@ fi
 
 say "no display: starting a virtual X server; the dialog is copied from, photographed and closed"
 rm -f "$out/kelvo-dialog.png"
-report=$("$here/sandbox.sh" --xvfb "${binds[@]}" --bind "$top/tests/e2e" --setup "$setup" -- \
+report=$(run_i386 "$here/sandbox.sh" --xvfb "${binds[@]}" --bind "$top/tests/e2e" --setup "$setup" -- \
     "$top/tests/e2e/drive.sh" --screenshot "$out/kelvo-dialog.png" "$kelvo") \
     || { printf '%s\n' "$report"; die "no dialog appeared"; }
 

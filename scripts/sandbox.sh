@@ -78,6 +78,7 @@ status=0
 chroot "$root" env -i PATH=/usr/local/bin:/usr/bin:/bin HOME=/root \
     WINEPREFIX="$KELVO_PREFIX" WINEDEBUG="${WINEDEBUG:--all}" \
     ${WINEDLLOVERRIDES:+WINEDLLOVERRIDES="$WINEDLLOVERRIDES"} \
+    ${KELVO_TIME_SCALE:+KELVO_TIME_SCALE="$KELVO_TIME_SCALE"} \
     ${DISPLAY:+DISPLAY="$DISPLAY"} \
     "$@" || status=$?
 exit "$status"

@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
-# Builds Kelvo and runs every test under 32-bit Wine. Installs what is
-# missing first (Debian packages, the i386 Wine root); needs root.
+# Builds Kelvo and runs every test under 32-bit Wine: natively where this
+# machine runs 32-bit x86 programs, else inside the emulated guest of
+# guest.sh. Installs what is missing first (Debian packages, the i386 Wine
+# root, the guest's kernel); needs root.
 #
 #   scripts/test.sh [CTEST-ARG...]     e.g. scripts/test.sh -R Netbios
 set -euo pipefail
@@ -13,4 +15,8 @@ ensure_host_packages osslsigncode openssl  # signing, and its test
 ensure_host_packages python3-scapy || say "python3-scapy could not be installed: the NetBIOS node cases will be skipped"
 cmake --build --preset mingw
 cd "$here/.."
-ctest --preset mingw "$@"
+say "the 32-bit programs run $(describe_layer)"
+status=0
+run_i386 ctest --preset mingw "$@" || status=$?
+say "the tests ran the 32-bit programs $(describe_layer)"
+exit $status

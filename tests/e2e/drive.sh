@@ -18,6 +18,9 @@
 # X that ran out of time, naming what it waited for: every such wait is
 # bounded. Exit status 1 when no dialog appeared.
 set -u
+# How many times slower than native the 32-bit programs run here (more in
+# an emulated guest): every wait below is that much longer.
+scale=${KELVO_TIME_SCALE:-1}
 windows="" f1=0 close=space screenshot="" reference="" probe=""
 while [ $# -gt 1 ]; do
     case "$1" in
@@ -33,9 +36,10 @@ done
 work=$(mktemp -d)
 exec 3>&1  # the report, also from inside $(...)
 
-# Runs COMMAND for at most SECONDS; when it runs out, says what it waited for.
+# Runs COMMAND for at most SECONDS (scaled); when it runs out, says what it
+# waited for.
 bounded() {  # SECONDS WHAT COMMAND...
-    local seconds=$1 what=$2 status=0
+    local seconds=$(($1 * scale)) what=$2 status=0
     shift 2
     timeout "$seconds" "$@" || status=$?
     [ $status != 124 ] || echo "gave_up=$what (${seconds} s)" >&3
@@ -64,20 +68,20 @@ copy() {  # KEYS...: press them, then print what the clipboard holds
     ask_x xdotool key "$@"
     # Wine now and then leaves a selection request unanswered until another
     # X event arrives; the next request releases it. So each read is cut
-    # short and asked again, for up to 5 s in all.
-    local text deadline=$(($(now_us) + 5000000))
+    # short and asked again, for up to 5 s (scaled) in all.
+    local text deadline=$(($(now_us) + 5000000 * scale))
     until text=$(timeout 0.5 xclip -o -selection clipboard 2>/dev/null) && [ "$text" != "(none)" ]; do
-        (( $(now_us) < deadline )) || { echo "gave_up=the copy of the field after $* (5 s)" >&3; break; }
+        (( $(now_us) < deadline )) || { echo "gave_up=the copy of the field after $* ($((5 * scale)) s)" >&3; break; }
         sleep 0.02
     done
     printf '%s' "$text"
 }
 # The dialog alone, frame included, as it opens: focus on OK, the default
 # button. It may still be painting, so the picture is taken again, for up
-# to a second, while it differs from the reference (without one, from the
+# to a second (scaled), while it differs from the reference (without one, from the
 # picture before); FILE-diff.png shows the differences in red.
 if [ -n "$screenshot" ]; then
-    for _ in $(seq 20); do
+    for _ in $(seq $((20 * scale))); do
         sleep 0.05
         ask_x import -window "$wid" "$work/shot.png" 2>/dev/null || continue
         differ=$(compare -metric AE "${reference:-$screenshot}" "$work/shot.png" "${screenshot%.png}-diff.png" 2>&1)
@@ -100,7 +104,7 @@ if [ $f1 = 1 ]; then
     engine=$(bounded 15 "the help engine's question" xdotool search --sync --onlyvisible \
         --name '^ERROR$' 2>/dev/null | head -n 1)
     [ -z "$engine" ] || ask_x xdotool key --window "$engine" n 2>/dev/null
-    for _ in $(seq 50); do ask_x xdotool search --onlyvisible --name '^ERROR$' >/dev/null || break; sleep 0.1; done
+    for _ in $(seq $((50 * scale))); do ask_x xdotool search --onlyvisible --name '^ERROR$' >/dev/null || break; sleep 0.1; done
     ask_x xdotool mousemove --window "$wid" $((w / 2)) 10 click 1
     request=$(grep -a -m1 -o 'cmd=[0-9]* data=[0-9a-f]* fn=.*' "$work/stderr" | tr -d '\r')
     echo "help=${request:-none}" | sed 's/fn=.*\\/fn=/'
@@ -133,7 +137,7 @@ case "$close" in
     altf4) ask_x xdotool key alt+F4 ;;
     closebox) ask_x xdotool mousemove --window "$wid" $((w - 11)) 10 click 1 ;;
 esac
-for _ in $(seq 100); do kill -0 $pid 2>/dev/null || break; sleep 0.05; done
+for _ in $(seq $((100 * scale))); do kill -0 $pid 2>/dev/null || break; sleep 0.05; done
 if kill $pid 2>/dev/null; then  # it was still running
     echo "exit_code=still running"
 else
