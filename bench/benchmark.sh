@@ -42,7 +42,7 @@ out=$build/bench
 mkdir -p "$out"
 
 measure() {  # RUNS SETUP: the namespace's interfaces, as shell commands
-    "$scripts/sandbox.sh" --xvfb --bind "$build" --setup "$2" -- \
+    run_i386 "$scripts/sandbox.sh" --xvfb --bind "$build" --setup "$2" -- \
         /usr/lib/wine/wine explorer /desktop=bench,320x240 \
         "$build/bench/kelvo_bench.exe" --runs "$1" --warmup 3 \
         "$build/app/Kelvo.exe" "$build/bench/KelvoFloor.exe" 2>&1 | tr -d '\r'
@@ -54,9 +54,9 @@ report() {
 
 : >"$out/benchmark.txt"
 cpu=$(sed -n 's/^model name[[:space:]]*: //p' /proc/cpuinfo | head -n 1)
-wine_version=$("$scripts/sandbox.sh" /usr/lib/wine/wine --version 2>/dev/null | tr -d '\r')
+wine_version=$(run_i386 "$scripts/sandbox.sh" /usr/lib/wine/wine --version 2>/dev/null | tr -d '\r')
 report "Machine: ${cpu:-unknown CPU}, $(nproc) cores, $(free -g | awk '/^Mem:/ {print $2}') GiB," \
-    "  Linux $(uname -r), $wine_version (i386) in private namespaces" \
+    "  Linux $(uname -r), $wine_version (i386) in private namespaces, run $(describe_layer)" \
     "Runs: $runs of each program (nobody answering NetBIOS: at most 10) after 3 warm-up rounds," \
     "  alternating; time from CreateProcessW to the dialog shown with its field filled" ""
 
