@@ -88,13 +88,12 @@ describe_layer() {
     fi
 }
 
-# Runs COMMAND where 32-bit x86 programs run: here, or inside the guest with
-# the checkout writable.
+# Runs COMMAND where 32-bit x86 programs run: here, or inside the guest.
 run_i386() {  # COMMAND...
     if [ "$(i386_layer)" = native ]; then
         "$@"
     else
-        "$KELVO_TOP/scripts/guest.sh" --rw "$KELVO_TOP" -- "$@"
+        "$KELVO_TOP/scripts/guest.sh" -- "$@"
     fi
 }
 

@@ -5,7 +5,8 @@
 # network device, so nothing it does can leave it. It sees this machine's
 # files read-only at their own paths, the folders named with --rw writable,
 # and the Wine root's disk image (wine-root.sh) at $KELVO_WINE_ROOT. The
-# command runs as root in the folder this script was started from, with the
+# checkout is always writable. The command runs as root in the folder this
+# script was started from (or in /, where the guest cannot see it), with the
 # KELVO_*, CI and WINE* variables passed on. Its standard output and error
 # come back on this script's, and its exit status is this script's.
 #
@@ -109,7 +110,9 @@ for dir in /tmp /run /dev/shm; do mount -t tmpfs tmpfs "/newroot$dir"; done
 disk=""
 while read -r kind name path; do
     case $kind in
-        share) mount -t 9p -o "$p9,cache=loose" "$name" "/newroot$path" || fail "cannot mount $path" ;;
+        share)
+            mkdir -p "/newroot$path"  # below /tmp, say, the folder is not there
+            mount -t 9p -o "$p9,cache=loose" "$name" "/newroot$path" || fail "cannot mount $path" ;;
         disk-ro)
             # Read-only underneath, writable on top: what a run changes in
             # the root (its mount points, for one) is gone with the guest.
@@ -131,7 +134,7 @@ poweroff -f
 INIT
 }
 
-rw=() root_mode=ro
+rw=("$KELVO_TOP") root_mode=ro
 while [ $# -gt 0 ]; do
     case "$1" in
         --prepare) prepare_guest; exit 0 ;;
@@ -178,7 +181,7 @@ fi
         case $name in KELVO_* | CI | WINE*) printf 'export %s=%q\n' "$name" "${!name}" ;; esac
     done
     printf 'export KELVO_I386=native\n'  # the guest's kernel runs them
-    printf 'cd %q || exit 1\n' "$PWD"
+    printf 'cd %q 2>/dev/null || cd /\n' "$PWD"
     printf 'exec'
     printf ' %q' "$@"
     printf '\n'
