@@ -4,6 +4,7 @@
 
 #include "help_file.h"
 #include "kelvo_dlg.h"
+#include "platform.h"
 #include "resource.h"
 
 CKelvoApp theApp;
@@ -38,6 +39,9 @@ void CKelvoApp::OnHelp() {
 }
 
 int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int) {
+    // Kelvo is often started from a Downloads folder, beside whatever else
+    // was downloaded: from here on no library comes from the program's folder.
+    PlatformNarrowDllSearch();
     theApp.InitInstance();
     return 0;
 }

@@ -8,14 +8,23 @@
 #include <iphlpapi.h>
 #include <nb30.h>
 
+// --- Start-up ----------------------------------------------------------
+// The program calls this first, before anything may load a library; the
+// tests have no use for it. Where the system can (SetDefaultDllDirectories:
+// Windows 8 and later, Vista and 7 with KB2533623), every library loaded
+// by bare name afterwards, by the program or by the system on its behalf,
+// is then looked for in the system directory only, never beside the
+// program. Elsewhere (XP) it changes nothing.
+void PlatformNarrowDllSearch();
+
 // --- Version -----------------------------------------------------------
 // GetVersionExW. The caller sets info.dwOSVersionInfoSize. Returns false
 // when the platform refuses; info is then not to be read.
 bool PlatformGetVersion(OSVERSIONINFOW& info);
 
 // --- Libraries loaded at run time --------------------------------------
-// Loads the DLL `fileName` from the system directory by its full path (a
-// same-named DLL elsewhere, such as beside the program, is never taken).
+// Loads the DLL `fileName` from the system directory only (a same-named DLL
+// elsewhere, such as beside the program, is never taken).
 // Returns NULL when it cannot be loaded. Each non-NULL handle must be given
 // back to PlatformFreeLibrary exactly once.
 HMODULE PlatformLoadSystemLibrary(const wchar_t* fileName);

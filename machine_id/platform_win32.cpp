@@ -9,6 +9,7 @@
 namespace {
 
 typedef UCHAR(APIENTRY* NetbiosFn)(PNCB request);
+typedef BOOL(WINAPI* SetDefaultDllDirectoriesFn)(DWORD flags);
 
 // The NetBIOS library between PlatformNetbiosOpen and PlatformNetbiosClose.
 // It stays loaded for a whole probe: unloading it drops the names and the
@@ -16,13 +17,36 @@ typedef UCHAR(APIENTRY* NetbiosFn)(PNCB request);
 HMODULE netapi32 = nullptr;
 NetbiosFn netbios = nullptr;
 
+// kernel32's SetDefaultDllDirectories, or NULL where it has none. Looked up,
+// not imported: XP's kernel32 lacks it, and an import would stop the
+// program from starting there.
+SetDefaultDllDirectoriesFn FindSetDefaultDllDirectories() {
+    const HMODULE kernel32 = GetModuleHandleW(L"kernel32.dll");
+    return kernel32 == nullptr ? nullptr
+                               : reinterpret_cast<SetDefaultDllDirectoriesFn>(reinterpret_cast<void (*)(void)>(
+                                     GetProcAddress(kernel32, "SetDefaultDllDirectories")));
+}
+
 }  // namespace
+
+void PlatformNarrowDllSearch() {
+    const SetDefaultDllDirectoriesFn narrow = FindSetDefaultDllDirectories();
+    if (narrow != nullptr) {
+        narrow(LOAD_LIBRARY_SEARCH_SYSTEM32);
+    }
+}
 
 bool PlatformGetVersion(OSVERSIONINFOW& info) {
     return GetVersionExW(&info) != FALSE;
 }
 
 HMODULE PlatformLoadSystemLibrary(const wchar_t* fileName) {
+    if (FindSetDefaultDllDirectories() != nullptr) {
+        // The DLL and its own imports from the system directory alone.
+        return LoadLibraryExW(fileName, nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
+    }
+    // XP: by the full path; the DLL's own imports are then looked up from
+    // its folder first.
     wchar_t path[MAX_PATH];
     const UINT length = GetSystemDirectoryW(path, MAX_PATH);
     if (length == 0 || length + 1 + wcslen(fileName) >= MAX_PATH) {
@@ -30,7 +54,6 @@ HMODULE PlatformLoadSystemLibrary(const wchar_t* fileName) {
     }
     path[length] = L'\\';
     wcscpy(path + length + 1, fileName);
-    // The DLL's own imports are looked up from its folder too.
     return LoadLibraryExW(path, nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
 }
 
