@@ -4,15 +4,18 @@
 # ImageMagick).
 # Runs inside the Wine root, in a namespace whose X server is $DISPLAY.
 #
-#   drive.sh [--windows win98] [--f1] [--close HOW] [--probe dialog_probe.exe]
-#            [--screenshot FILE [--reference PNG]] Kelvo.exe
+#   drive.sh [--windows win98] [--f1] [--dll-search] [--close HOW]
+#            [--probe dialog_probe.exe] [--screenshot FILE [--reference PNG]]
+#            Kelvo.exe
 #
 # HOW: space (on OK; the default), enter, escape, altf4 or closebox.
 # Reports what it saw as key=value lines: picture (with --reference: how many
 # pixels of the dialog as it opened differ from PNG), field (what Tab, Ctrl+C
 # put on the clipboard), frame (the dialog's x,y,width,height), big_icon
 # (the large icon handed to the window manager), help (with --f1: what the
-# help engine was asked for), accessible and held (with --probe: what MSAA
+# help engine was asked for), dll_search (with --dll-search: Kelvo's calls
+# of SetDefaultDllDirectories, with its flags, and DialogBoxParamW, in
+# order), accessible and held (with --probe: what MSAA
 # says of the field, and which of iphlpapi and netapi32 Kelvo still holds),
 # exit_code and stdout (one line each), and gave_up for each wait on Wine or
 # X that ran out of time, naming what it waited for: every such wait is
@@ -21,11 +24,12 @@ set -u
 # How many times slower than native the 32-bit programs run here (more in
 # an emulated guest): every wait below is that much longer.
 scale=${KELVO_TIME_SCALE:-1}
-windows="" f1=0 close=space screenshot="" reference="" probe=""
+windows="" f1=0 dll_search=0 close=space screenshot="" reference="" probe=""
 while [ $# -gt 1 ]; do
     case "$1" in
         --windows) windows=$2; shift 2 ;;
         --f1) f1=1; shift ;;
+        --dll-search) dll_search=1; shift ;;
         --close) close=$2; shift 2 ;;
         --screenshot) screenshot=$2; shift 2 ;;
         --reference) reference=$2; shift 2 ;;
@@ -54,9 +58,12 @@ now_us() { echo "${EPOCHREALTIME/[.,]/}"; }
     printf '\n[Software\\\\Wine\\\\Explorer]\n"Desktop"="kelvo"\n'
     printf '\n[Software\\\\Wine\\\\Explorer\\\\Desktops]\n"kelvo"="800x600"\n'
     [ -z "$windows" ] || printf '\n[Software\\\\Wine]\n"Version"="%s"\n' "$windows"
+    [ $dll_search = 0 ] ||
+        printf '\n[Software\\\\Wine\\\\Debug]\n"RelayInclude"="SetDefaultDllDirectories;DialogBoxParamW"\n'
 } >>"$WINEPREFIX/user.reg"
 trace=-all
 [ $f1 = 0 ] || trace=-all,trace+win
+[ $dll_search = 0 ] || trace=-all,+relay
 WINEDEBUG=$trace /usr/lib/wine/wine "$1" >"$work/stdout" 2>"$work/stderr" &
 pid=$!
 wid=$(bounded 30 "a visible window titled Kelvo" xdotool search --sync --onlyvisible --name '^Kelvo$' \
@@ -110,6 +117,8 @@ if [ $f1 = 1 ]; then
     echo "help=${request:-none}" | sed 's/fn=.*\\/fn=/'
 fi
 echo "field=$(copy Tab ctrl+c)"
+[ $dll_search = 0 ] || echo "dll_search=$(grep -a -o -E 'Call [A-Za-z0-9_]+\.(SetDefaultDllDirectories\([0-9a-f]+\)|DialogBoxParamW)' \
+    "$work/stderr" | sed 's/^Call [^.]*\.//' | paste -sd ' ')"
 # With the identifier shown: what a screen reader is told of the field, and
 # whether Kelvo still holds the DLLs it loads only to find the address (Wine's
 # debugger lists the process's modules; "kelvo" among them shows it read them).

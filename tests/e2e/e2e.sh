@@ -79,7 +79,8 @@ options=(--close "$close" --probe "$build/tests/e2e/dialog_probe.exe")
 case "$also" in
     signed) cp "$build/tests/signed/Kelvo.exe" "$case_dir/" ;;
     planted) cp "$build/tests/e2e/iphlpapi.dll" "$build/tests/e2e/netapi32.dll" "$case_dir/"
-        export WINEDLLOVERRIDES="iphlpapi,netapi32=n,b" ;;
+        export WINEDLLOVERRIDES="iphlpapi,netapi32=n,b"
+        options+=(--dll-search) ;;
     f1) options+=(--f1) ;;
     picture) options+=(--screenshot "$case_dir/dialog.png" --reference "$docs/kelvo-dialog.png") ;;
 esac
@@ -104,6 +105,9 @@ check "exit code" 0 "$(value exit_code)"
 case "$also" in
     picture) check "pixels unlike docs/kelvo-dialog.png (see $case_dir/dialog*.png)" 0 "$(value picture)" ;;
     f1) check "help asked for" "cmd=1 data=00020066 fn=Kelvo.HLP" "$(value help)" ;;
+    # The library search narrowed to the system directory before the
+    # dialog, and so before Kelvo or the dialog manager loads anything.
+    planted) check "calls, in order" "SetDefaultDllDirectories(00000800) DialogBoxParamW" "$(value dll_search)" ;;
 esac
 # Centred in the 800x600 Wine desktop (which has no taskbar), to a pixel.
 IFS=, read -r x y w h <<<"$(value frame)"
