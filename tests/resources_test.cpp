@@ -1,5 +1,5 @@
 // Kelvo.exe's resources, read from the built program as a data file: the
-// dialog's styles, the version information as Windows finds it, and a
+// dialog's styles and font, the version information as Windows finds it, and a
 // manifest that asks for nothing. How the dialog looks and behaves
 // is checked on the live dialog by the end-to-end table.
 #include <windows.h>
@@ -27,17 +27,29 @@ std::string Resource(LPCWSTR type, WORD id) {
                        SizeofResource(kelvo.module, found));
 }
 
-// Template 102's own styles as its description gives them. (The controls'
-// styles show on the live dialog in the end-to-end table.)
-TEST(KelvoResources, DialogTemplateHasTheDescribedStyles) {
+// Template 102's own styles and font as its description gives them. (The
+// controls show on the live dialog in the end-to-end table; the font's size,
+// weight and character set often do not at 96 DPI under Wine, but they do
+// at other settings and on Windows.)
+TEST(KelvoResources, DialogTemplateHasTheDescribedStylesAndFont) {
     const std::string dialog = Resource(RT_DIALOG, 102);
-    ASSERT_GE(dialog.size(), 16u) << "no dialog template 102";
+    ASSERT_GE(dialog.size(), 32u) << "no dialog template 102";
     DWORD header[4];  // DLGTEMPLATEEX: version and signature, help id, extended style, style
     memcpy(header, dialog.data(), sizeof header);
     ASSERT_EQ(0xFFFF0001u, header[0]) << "not an extended template";
     EXPECT_EQ(DWORD(WS_EX_APPWINDOW), header[2]) << std::hex << "extended style 0x" << header[2];
     const DWORD style = DS_MODALFRAME | DS_SETFONT | WS_POPUP | WS_VISIBLE | WS_CAPTION | WS_SYSMENU;
     EXPECT_EQ(style, header[3]) << std::hex << "style 0x" << header[3];
+    // After the item count and the rectangle: menu, class and caption, each
+    // none (0), an ordinal (0xFFFF, n) or a string; then the font.
+    std::wstring rest(dialog.size() / 2 - 13, L'\0');
+    memcpy(&rest[0], dialog.data() + 26, rest.size() * 2);
+    size_t at = 0;
+    for (int field = 0; field < 3; ++field) at = rest[at] == 0xFFFF ? at + 2 : rest.find(L'\0', at) + 1;
+    wchar_t font[64];
+    swprintf(font, 64, L"%u pt, weight %u, italic %u, character set %u, %ls", rest[at], rest[at + 1],
+             rest[at + 2] & 0xFF, rest[at + 2] >> 8, rest.c_str() + at + 3);
+    EXPECT_EQ(std::wstring(L"8 pt, weight 0, italic 0, character set 1, MS Sans Serif"), font);
 }
 
 // Version information as Windows' file properties read it: the strings of
@@ -69,6 +81,8 @@ TEST(KelvoResources, VersionInformationCarriesTheProductsTexts) {
         {L"FileVersion", L"1.0.0.4"},         {L"ProductVersion", L"6.20.0.0"},
         {L"InternalName", L"Kelvo"},          {L"OriginalFilename", L"Kelvo.EXE"},
         {L"FileDescription", L"Kelvo MFC Application"}, {L"ProductName", L"Kelvo Application"},
+        {L"CompanyName", L"The Kelvo developers"},
+        {L"LegalCopyright", L"Copyright (C) 2026 The Kelvo developers"},
     };
     for (const auto& row : texts) {
         const wchar_t* text = static_cast<const wchar_t*>(query(block + std::wstring(row.key), &length));
