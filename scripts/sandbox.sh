@@ -43,7 +43,9 @@ export KELVO_WINE_ROOT KELVO_PREFIX
 export SANDBOX_SETUP=$setup SANDBOX_KEEP_PREFIX=$keep_prefix SANDBOX_XVFB=$xvfb
 export SANDBOX_BINDS="${binds[*]:-}"
 
-exec unshare --pid --fork --mount --net --propagation private bash -s -- "$@" <<'INNER'
+# Killing this script kills the namespace's first process, and with it
+# every process in the namespace (a hung test's Wine, for one).
+exec unshare --pid --fork --kill-child --mount --net --propagation private bash -s -- "$@" <<'INNER'
 set -euo pipefail
 root=$KELVO_WINE_ROOT
 mount -t proc proc "$root/proc"
