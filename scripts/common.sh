@@ -70,8 +70,10 @@ i386_layer() {
     if "$probe" 2>/dev/null; then echo native; else echo guest; fi
 }
 
-# How much longer the tests' time limits are for the layer: measured in the
-# guest, a Wine program takes about ten times as long to start as natively.
+# How many times longer the tests' time limits are for the layer. Measured
+# in the guest, a unit test takes 10 to 30 times as long as natively and an
+# end-to-end case 10 to 15 times; the limits leave room natively, so ten
+# times each is still twice what the slowest case needed.
 time_scale() {
     if [ "$(i386_layer)" = native ]; then echo 1; else echo 10; fi
 }
