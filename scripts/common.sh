@@ -72,8 +72,8 @@ i386_layer() {
 
 # How many times longer the tests' time limits are for the layer. Measured
 # in the guest, a unit test takes 10 to 30 times as long as natively and an
-# end-to-end case 10 to 15 times; the limits leave room natively, so ten
-# times each is still twice what the slowest case needed.
+# end-to-end case 10 to 15 times; the limits leave room natively, and at
+# ten times every case passed in the guest.
 time_scale() {
     if [ "$(i386_layer)" = native ]; then echo 1; else echo 10; fi
 }
