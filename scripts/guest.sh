@@ -125,9 +125,15 @@ while read -r kind name path; do
         disk-rw) disk=$path; mount -t ext4 /dev/vda "/newroot$path" || fail "cannot mount $path" ;;
     esac
 done <"/newroot$run/shares"
-status=0
-chroot /newroot /bin/bash "$run/command.sh" >/dev/hvc0 </dev/null || status=$?
-echo "$status" >"/newroot$run/status"
+# Through pipes, as a command run from a script gets them: on a terminal,
+# Wine's console and ctest would write terminal control sequences.
+mkfifo /errors
+cat /errors >/dev/hvc1 &
+{
+    chroot /newroot /bin/bash "$run/command.sh" </dev/null 2>/errors
+    echo "$?" >"/newroot$run/status"
+} | cat >/dev/hvc0
+wait
 [ -z "$disk" ] || umount "/newroot$disk" || echo "guest: cannot unmount $disk" >&2
 sync
 poweroff -f
