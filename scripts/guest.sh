@@ -40,11 +40,13 @@ prepare_guest() {
     mkdir -p "$guest"
     stage=$(mktemp -d)
     trap 'rm -rf "$stage"' RETURN
-    pkg=$(apt-cache depends linux-image-amd64 2>/dev/null | sed -n 's/^ *Depends: \(linux-image-[0-9].*\)/\1/p' | head -n 1)
-    if [ -z "$pkg" ]; then
-        apt-get update -qq
-        pkg=$(apt-cache depends linux-image-amd64 | sed -n 's/^ *Depends: \(linux-image-[0-9].*\)/\1/p' | head -n 1)
-    fi
+    # The kernel package that Debian's linux-image-amd64 currently names.
+    kernel_package() {
+        apt-cache depends linux-image-amd64 2>/dev/null |
+            sed -n 's/^ *Depends: \(linux-image-[0-9].*\)/\1/p' | head -n 1
+    }
+    pkg=$(kernel_package)
+    [ -n "$pkg" ] || { apt-get update -qq && pkg=$(kernel_package); }
     [ -n "$pkg" ] || die "guest kernel: Debian's linux-image-amd64 names no kernel package"
     (cd "$stage" && apt-get download -qq "$pkg" 2>&1 | grep -v 'unsandboxed' >&2 || true)
     ls "$stage"/"$pkg"_*.deb >/dev/null 2>&1 || die "guest kernel: could not download $pkg"
