@@ -1,10 +1,10 @@
 // The platform operations on real Windows (and Wine).
 #include "platform.h"
+#include "system_library.h"
 
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <wchar.h>
 
 namespace {
 
@@ -45,16 +45,8 @@ HMODULE PlatformLoadSystemLibrary(const wchar_t* fileName) {
         // The DLL and its own imports from the system directory alone.
         return LoadLibraryExW(fileName, nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
     }
-    // XP: by the full path; the DLL's own imports are then looked up from
-    // its folder first.
-    wchar_t path[MAX_PATH];
-    const UINT length = GetSystemDirectoryW(path, MAX_PATH);
-    if (length == 0 || length + 1 + wcslen(fileName) >= MAX_PATH) {
-        return nullptr;
-    }
-    path[length] = L'\\';
-    wcscpy(path + length + 1, fileName);
-    return LoadLibraryExW(path, nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
+    // XP: by the full path.
+    return LoadSystemLibraryByPath(fileName);
 }
 
 FARPROC PlatformGetProcAddress(HMODULE library, const char* procName) {
