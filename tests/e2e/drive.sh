@@ -16,7 +16,8 @@
 # help engine was asked for), dll_search (with --dll-search: Kelvo's calls
 # of SetDefaultDllDirectories, with its flags, and DialogBoxParamW, in
 # order), accessible and held (with --probe: what MSAA
-# says of the field, and which of iphlpapi and netapi32 Kelvo still holds),
+# says of the field, and which of iphlpapi and netapi32 Kelvo's process
+# still has mapped),
 # exit_code and stdout (one line each), and gave_up for each wait on Wine or
 # X that ran out of time, naming what it waited for: every such wait is
 # bounded. Exit status 1 when no dialog appeared.
@@ -75,9 +76,9 @@ copy() {  # KEYS...: press them, then print what the clipboard holds
     ask_x xdotool key "$@"
     # Wine now and then leaves a selection request unanswered until another
     # X event arrives; the next request releases it. So each read is cut
-    # short and asked again, for up to 5 s (scaled) in all.
-    local text deadline=$(($(now_us) + 5000000 * scale))
-    until text=$(timeout 0.5 xclip -o -selection clipboard 2>/dev/null) && [ "$text" != "(none)" ]; do
+    # short (0.5 s, scaled) and asked again, for up to 5 s (scaled) in all.
+    local text read_limit=$((5 * scale))e-1 deadline=$(($(now_us) + 5000000 * scale))
+    until text=$(timeout "$read_limit" xclip -o -selection clipboard 2>/dev/null) && [ "$text" != "(none)" ]; do
         (( $(now_us) < deadline )) || { echo "gave_up=the copy of the field after $* ($((5 * scale)) s)" >&3; break; }
         sleep 0.02
     done
@@ -120,14 +121,14 @@ echo "field=$(copy Tab ctrl+c)"
 [ $dll_search = 0 ] || echo "dll_search=$(grep -a -o -E 'Call [A-Za-z0-9_]+\.(SetDefaultDllDirectories\([0-9a-f]+\)|DialogBoxParamW)' \
     "$work/stderr" | sed 's/^Call [^.]*\.//' | paste -sd ' ')"
 # With the identifier shown: what a screen reader is told of the field, and
-# whether Kelvo still holds the DLLs it loads only to find the address (Wine's
-# debugger lists the process's modules; "kelvo" among them shows it read them).
+# whether Kelvo still holds the DLLs it loads only to find the address. The
+# kernel lists what Kelvo's process has mapped: Wine maps each DLL it loads
+# from its file and unmaps it when the last reference is freed ("kelvo.exe"
+# among them shows the list was read).
 if [ -n "$probe" ]; then
     bounded 20 "dialog_probe.exe" /usr/lib/wine/wine "$probe" 2>/dev/null | tr -d '\r'
-    kelvo=$(bounded 10 "winedbg's process list" /usr/lib/wine/wine winedbg --command "info process" 2>/dev/null |
-        awk '/Kelvo\.exe/ {print $1}')
-    echo "held=$(bounded 10 "winedbg's module list" /usr/lib/wine/wine winedbg --command "info share" "0x$kelvo" \
-        2>/dev/null | tr -d '\r' | awk '$NF == "kelvo" {read = 1} $NF ~ /^(iphlpapi|netapi32)$/ {held = held " " $NF}
+    echo "held=$(grep -aoE '[^/]+\.(dll|exe)$' "/proc/$pid/maps" 2>/dev/null | tr 'A-Z' 'a-z' | sort -u |
+        awk '$0 == "kelvo.exe" {read = 1} /^(iphlpapi|netapi32)\.dll$/ {held = held " " substr($0, 1, length($0) - 4)}
         END {print !read ? "(module list unreadable)" : held == "" ? "none" : substr(held, 2)}')"
 fi
 
