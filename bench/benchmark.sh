@@ -19,8 +19,8 @@
 # Prints the medians, the ratios Kelvo / floor and the machine, and keeps
 # the report in build/mingw/bench/benchmark.txt.
 set -euo pipefail
-here=$(cd "$(dirname "$0")" && pwd)
-scripts=$(cd "$here/../scripts" && pwd)
+here=$(cd "$(dirname "$0")" && pwd -P)
+scripts=$(cd "$here/../scripts" && pwd -P)
 . "$scripts/common.sh"
 
 runs=30
@@ -35,14 +35,14 @@ node_target=1.25
 need_root
 prepare_build
 ensure_host_packages python3-scapy  # the NetBIOS node
-cmake --build --preset mingw --target Kelvo KelvoFloor kelvo_bench
-top=$(cd "$here/.." && pwd)
+run_child cmake --build --preset mingw --target Kelvo KelvoFloor kelvo_bench
+top=$KELVO_TOP
 build=$top/build/mingw
 out=$build/bench
 mkdir -p "$out"
 
 measure() {  # RUNS SETUP: the namespace's interfaces, as shell commands
-    run_i386 "$scripts/sandbox.sh" --xvfb --bind "$build" --setup "$2" -- \
+    run_i386 "$build" "$scripts/sandbox.sh" --xvfb --bind "$build" --setup "$2" -- \
         /usr/lib/wine/wine explorer /desktop=bench,320x240 \
         "$build/bench/kelvo_bench.exe" --runs "$1" --warmup 3 \
         "$build/app/Kelvo.exe" "$build/bench/KelvoFloor.exe" 2>&1 | tr -d '\r'
@@ -54,7 +54,7 @@ report() {
 
 : >"$out/benchmark.txt"
 cpu=$(sed -n 's/^model name[[:space:]]*: //p' /proc/cpuinfo | head -n 1)
-wine_version=$(run_i386 "$scripts/sandbox.sh" /usr/lib/wine/wine --version 2>/dev/null | tr -d '\r')
+wine_version=$(run_i386 "$build" "$scripts/sandbox.sh" /usr/lib/wine/wine --version 2>/dev/null | tr -d '\r')
 report "Machine: ${cpu:-unknown CPU}, $(nproc) cores, $(free -g | awk '/^Mem:/ {print $2}') GiB," \
     "  Linux $(uname -r), $wine_version (i386) in private namespaces, run $(describe_layer)" \
     "Runs: $runs of each program (nobody answering NetBIOS: at most 10) after 3 warm-up rounds," \

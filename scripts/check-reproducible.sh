@@ -6,7 +6,7 @@
 # it compares what was signed instead: each release's program without its
 # signature must be that clone's unsigned build, and the two must agree.
 set -euo pipefail
-here=$(cd "$(dirname "$0")" && pwd)
+here=$(cd "$(dirname "$0")" && pwd -P)
 . "$here/common.sh"
 top=$(cd "$here/.." && pwd)
 work=$(mktemp -d)

@@ -18,7 +18,7 @@
 # virtual X server is started, and tests/e2e/drive.sh copies the field as a
 # user would, saves a screenshot and presses OK.
 set -euo pipefail
-here=$(cd "$(dirname "$0")" && pwd)
+here=$(cd "$(dirname "$0")" && pwd -P)
 . "$here/common.sh"
 
 isolated_mac="" new_reference=0
@@ -35,8 +35,8 @@ esac
 
 need_root
 prepare_build
-cmake --build --preset mingw --target Kelvo
-top=$(cd "$here/.." && pwd)
+run_child cmake --build --preset mingw --target Kelvo
+top=$KELVO_TOP
 build=$top/build/mingw
 kelvo=$build/app/Kelvo.exe
 out=$build/run
@@ -76,7 +76,7 @@ fi
 
 say "Kelvo runs $(describe_layer)"
 binds=(--bind "$build")
-if [ "$(i386_layer)" = guest ] && [ -n "${DISPLAY:-}" ]; then
+if [ "$KELVO_LAYER" = guest ] && [ -n "${DISPLAY:-}" ]; then
     say "the emulated guest cannot reach display $DISPLAY: using a virtual X server instead"
 elif [ $new_reference = 0 ] && [[ ${DISPLAY:-} =~ ^:([0-9]+) ]] && [ -S "/tmp/.X11-unix/X${BASH_REMATCH[1]}" ]; then
     say "opening the dialog on display $DISPLAY"
@@ -89,9 +89,10 @@ fi
 
 say "no display: starting a virtual X server; the dialog is copied from, photographed and closed"
 rm -f "$out/kelvo-dialog.png"
-report=$(run_i386 "$here/sandbox.sh" --xvfb "${binds[@]}" --bind "$top/tests/e2e" --setup "$setup" -- \
-    "$top/tests/e2e/drive.sh" --screenshot "$out/kelvo-dialog.png" "$kelvo") \
-    || { printf '%s\n' "$report"; die "no dialog appeared"; }
+run_i386 "$build" "$here/sandbox.sh" --xvfb "${binds[@]}" --bind "$top/tests/e2e" --setup "$setup" -- \
+    "$top/tests/e2e/drive.sh" --screenshot "$out/kelvo-dialog.png" "$kelvo" >"$out/report" ||
+    { cat "$out/report"; die "no dialog appeared"; }
+report=$(cat "$out/report")
 
 sed -n 's/^stdout=/Kelvo wrote: /p; s/^gave_up=/Gave up waiting for: /p' <<<"$report"
 echo "Machine ID: $(sed -n 's/^field=//p' <<<"$report")"

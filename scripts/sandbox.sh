@@ -18,7 +18,7 @@
 # COMMAND runs in the root with WINEPREFIX, HOME and WINEDEBUG set; its exit
 # status is this script's.
 set -euo pipefail
-here=$(cd "$(dirname "$0")" && pwd)
+here=$(cd "$(dirname "$0")" && pwd -P)
 . "$here/common.sh"
 
 binds=()
@@ -27,7 +27,7 @@ keep_prefix=0
 xvfb=0
 while [ $# -gt 0 ]; do
     case "$1" in
-        --bind) binds+=("$(realpath "$2")"); shift 2 ;;
+        --bind) binds+=("$(realpath -e "$2")") || die "no folder $2"; shift 2 ;;
         --setup) setup=$2; shift 2 ;;
         --keep-prefix) keep_prefix=1; shift ;;
         --xvfb) xvfb=1; shift ;;
@@ -41,7 +41,9 @@ need_root
 
 export KELVO_WINE_ROOT KELVO_PREFIX
 export SANDBOX_SETUP=$setup SANDBOX_KEEP_PREFIX=$keep_prefix SANDBOX_XVFB=$xvfb
-export SANDBOX_BINDS="${binds[*]:-}"
+# One folder a line: a path may hold spaces.
+SANDBOX_BINDS=$(printf '%s\n' "${binds[@]}")
+export SANDBOX_BINDS SANDBOX_WAIT=$((10 * KELVO_TIME_SCALE))
 
 # Killing this script kills the namespace's first process, and with it
 # every process in the namespace (a hung test's Wine, for one).
@@ -58,10 +60,11 @@ if [ "$SANDBOX_KEEP_PREFIX" = 0 ] && [ -d "$root$KELVO_PREFIX" ]; then
         -o "lowerdir=$root$KELVO_PREFIX,upperdir=$root/run/layer/upper,workdir=$root/run/layer/work" \
         "$root$KELVO_PREFIX"
 fi
-for dir in $SANDBOX_BINDS; do
+while IFS= read -r dir; do
+    [ -n "$dir" ] || continue
     mkdir -p "$root$dir"
     mount --bind "$dir" "$root$dir"
-done
+done <<<"$SANDBOX_BINDS"
 ip link set lo up
 if [ -n "$SANDBOX_SETUP" ]; then
     eval "$SANDBOX_SETUP"
@@ -69,11 +72,11 @@ fi
 cd "$root"
 if [ "$SANDBOX_XVFB" = 1 ]; then
     chroot "$root" Xvfb :7 -screen 0 1024x768x24 -nolisten tcp >/dev/null 2>&1 &
-    for _ in $(seq 100); do
+    for _ in $(seq $((SANDBOX_WAIT * 10))); do
         [ -S "$root/tmp/.X11-unix/X7" ] && break
         sleep 0.1
     done
-    [ -S "$root/tmp/.X11-unix/X7" ] || { echo "sandbox: Xvfb did not start" >&2; exit 1; }
+    [ -S "$root/tmp/.X11-unix/X7" ] || { echo "sandbox: Xvfb did not start within $SANDBOX_WAIT s" >&2; exit 1; }
     DISPLAY=:7
 fi
 status=0

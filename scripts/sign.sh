@@ -12,7 +12,7 @@
 # OUTPUT appears only when everything succeeded: a certificate that cannot
 # be read, a wrong password or a failed timestamp leave no file behind.
 set -euo pipefail
-here=$(cd "$(dirname "$0")" && pwd)
+here=$(cd "$(dirname "$0")" && pwd -P)
 . "$here/common.sh"
 [ $# -eq 2 ] || die "usage: sign.sh PROGRAM.exe OUTPUT.exe"
 program=$1 output=$2

@@ -6,7 +6,7 @@
 #
 #   wine-exec.sh PROGRAM.exe [ARG...]
 set -euo pipefail
-here=$(cd "$(dirname "$0")" && pwd)
+here=$(cd "$(dirname "$0")" && pwd -P)
 [ $# -gt 0 ] || { echo "usage: wine-exec.sh PROGRAM.exe [ARG...]" >&2; exit 2; }
 program=$(realpath "$1")
 shift

@@ -7,8 +7,8 @@
 #   e2e.sh --list               the case names
 #   e2e.sh BUILD_DIR CASE       run one case; exit 0 pass, 1 fail, 77 skip
 set -euo pipefail
-here=$(cd "$(dirname "$0")" && pwd)
-scripts=$(cd "$here/../../scripts" && pwd) docs=$(cd "$here/../../docs" && pwd)
+here=$(cd "$(dirname "$0")" && pwd -P)
+scripts=$(cd "$here/../../scripts" && pwd -P) docs=$(cd "$here/../../docs" && pwd -P)
 
 # One case a line, fields separated by "|":
 #   name | Windows (nt, win98) | interfaces | NetBIOS node | also | how the
@@ -69,7 +69,8 @@ for device in "${devices[@]}"; do
     [ -z "${address:-}" ] || setup+=" && ip addr add $address dev $name && ip link set $name up"
     first_address=${first_address:-${address%/*}}
 done
-[ "$node" = - ] || setup+=" && /usr/bin/python3 '$here/nbns_node.py' $first_address '$case_dir/node.log' $node"
+[ "$node" = - ] || setup+=" && /usr/bin/python3 $(printf '%q %q %q' "$here/nbns_node.py" "$first_address" \
+    "$case_dir/node.log") $node"
 
 # Kelvo runs from a folder of its own; planted DLLs go beside it, and Wine
 # is told to prefer DLLs there, as Windows' default search order would.
