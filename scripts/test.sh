@@ -10,7 +10,10 @@ here=$(cd "$(dirname "$0")" && pwd)
 . "$here/common.sh"
 need_root
 prepare_build
-ensure_host_packages osslsigncode openssl  # signing, and its test
+# Signing, and its test: a token (SoftHSM2, and OpenSC's pkcs11-tool to
+# make its key), OpenSSL's PKCS#11 engine, and a time-stamping service
+# (openssl ts behind Python's http.server).
+ensure_host_packages osslsigncode openssl libengine-pkcs11-openssl softhsm2 opensc python3
 # The NetBIOS node of the end-to-end table; its cases skip without it.
 ensure_host_packages python3-scapy || say "python3-scapy could not be installed: the NetBIOS node cases will be skipped"
 cmake --build --preset mingw
