@@ -12,8 +12,9 @@
 # made by that certificate's key; whose payload is PROGRAM byte for byte;
 # that passes check_pe.sh; and that a byte changed after signing breaks.
 # Its timestamp, if it asked for one, must verify against the service's CA
-# and against no other. A refused case must print its error and leave no
-# file.
+# and against no other; otherwise it must carry none. A refused case must
+# print its error and leave no file. Every case passes with osslsigncode 2.5
+# (Debian 12) and 2.9 (its backports).
 #
 #   check_signing.sh --list                            the case names
 #   check_signing.sh PROGRAM.exe MAX_BYTES CASE [KEEP]  KEEP: where to leave
@@ -172,17 +173,16 @@ cp out.exe tampered.exe
 printf '\1' | dd of=tampered.exe bs=1 seek=1100 conv=notrunc status=none  # a byte of .text
 ! verified tampered.exe >/dev/null || fail "a changed byte verifies"
 
-# The timestamp: the service's, and no other CA vouches for it. (osslsigncode
-# 2.9's exit status does not say whether the timestamp verified; its report does.)
+# The timestamp: the service's, as its CA vouches for it and no other does,
+# and asked for once. (osslsigncode's exit status does not say whether the
+# timestamp verified; its report does.)
 if [ "$stamp" = tsa ]; then
     verified out.exe tsa-ca.pem >verify.txt
     expect "the timestamp" "$(field 'Timestamp Server Signature verification')" ok
-    expect "the timestamp's signer" "$(sed -n '/^Timestamp verified using/,/^Timestamp Server/p' verify.txt |
-        sed -n 's/^[[:space:]]*Subject: //p' | tail -n 1)" "/CN=Kelvo test TSA"
-    expect "the service's requests" "$(grep -c '"POST / HTTP/1.0" 200' tsa.log)" 1
+    expect "the service's requests" "$(grep -c '"POST [^"]*" 200 ' tsa.log)" 1
     verified out.exe publisher.pem >verify.txt
     expect "the timestamp against another CA" "$(field 'Timestamp Server Signature verification')" failed
 else
-    expect "the countersignatures" "$(grep -c 'Timestamp time' verify.txt)" 0
+    expect "the timestamp" "$(grep -c '^Timestamp is not available' verify.txt)" 1
 fi
 [ -z "$keep" ] || { mkdir -p "$keep" && cp out.exe "$keep/Kelvo.exe"; }
