@@ -177,10 +177,10 @@ printf '\1' | dd of=tampered.exe bs=1 seek=1100 conv=notrunc status=none  # a by
 # and asked for once. (osslsigncode's exit status does not say whether the
 # timestamp verified; its report does.)
 if [ "$stamp" = tsa ]; then
-    verified out.exe tsa-ca.pem >verify.txt
+    verified out.exe tsa-ca.pem >verify.txt || true
     expect "the timestamp" "$(field 'Timestamp Server Signature verification')" ok
     expect "the service's requests" "$(grep -c '"POST [^"]*" 200 ' tsa.log)" 1
-    verified out.exe publisher.pem >verify.txt
+    verified out.exe publisher.pem >verify.txt || true  # its exit status says nothing of the timestamp
     expect "the timestamp against another CA" "$(field 'Timestamp Server Signature verification')" failed
 else
     expect "the timestamp" "$(grep -c '^Timestamp is not available' verify.txt)" 1
