@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include "kelvo_version.h"
+
 #include <stdio.h>
 #include <string.h>
 
@@ -78,7 +80,7 @@ TEST(KelvoResources, VersionInformationCarriesTheProductsTexts) {
         const wchar_t* key;
         const wchar_t* expected;
     } texts[] = {
-        {L"FileVersion", L"1.0.0.4"},         {L"ProductVersion", L"6.20.0.0"},
+        {L"FileVersion", L"" KELVO_FILE_VERSION_TEXT}, {L"ProductVersion", L"" KELVO_PRODUCT_VERSION_TEXT},
         {L"InternalName", L"Kelvo"},          {L"OriginalFilename", L"Kelvo.EXE"},
         {L"FileDescription", L"Kelvo MFC Application"}, {L"ProductName", L"Kelvo Application"},
         {L"CompanyName", L"The Kelvo developers"},
@@ -88,8 +90,8 @@ TEST(KelvoResources, VersionInformationCarriesTheProductsTexts) {
         const wchar_t* text = static_cast<const wchar_t*>(query(block + std::wstring(row.key), &length));
         EXPECT_EQ(std::wstring(row.expected), std::wstring(text ? text : L"(none)")) << block << row.key;
     }
-    EXPECT_EQ(L"1.0.0.4", numbers(fixed->dwFileVersionMS, fixed->dwFileVersionLS)) << "file version numbers";
-    EXPECT_EQ(L"6.20.0.0", numbers(fixed->dwProductVersionMS, fixed->dwProductVersionLS))
+    EXPECT_EQ(L"" KELVO_FILE_VERSION_TEXT, numbers(fixed->dwFileVersionMS, fixed->dwFileVersionLS)) << "file version numbers";
+    EXPECT_EQ(L"" KELVO_PRODUCT_VERSION_TEXT, numbers(fixed->dwProductVersionMS, fixed->dwProductVersionLS))
         << "product version numbers";
 }
 

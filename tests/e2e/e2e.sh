@@ -18,8 +18,9 @@ scripts=$(cd "$here/../../scripts" && pwd -P) docs=$(cd "$here/../../docs" && pw
 # bridge (Ethernet to Windows) or tun (not Ethernet, MAC "-"); an interface
 # without an address stays down. The node answers on the first address as
 # MAC, or with "ignore" never answers the node status, or with "negative"
-# refuses it. Also: signed (Kelvo.exe as the sign.Kelvo test signed it),
-# planted (DLLs planted beside Kelvo.exe), f1 (F1 asks for help), picture
+# refuses it. Also: signed (Kelvo.exe as the sign.token-timestamped test
+# signed it: through a token, timestamped), planted (DLLs planted beside
+# Kelvo.exe), f1 (F1 asks for help), picture
 # (the dialog must match docs/kelvo-dialog.png to the pixel; scripts/run.sh
 # --new-reference makes that picture, with the same field).
 # Closing: space (on OK), enter, escape, altf4, closebox.
