@@ -15,5 +15,8 @@ while [ "$tree" != / ] && [ ! -e "$tree/CMakeCache.txt" ]; do
     tree=$(dirname "$tree")
 done
 [ "$tree" != / ] || tree=$(dirname "$program")
+# Where 32-bit programs run only in the emulated guest, this boots one.
+. "$here/common.sh"
+[ "$KELVO_LAYER" = native ] || exec "$here/guest.sh" --rw "$tree" -- "$here/wine-exec.sh" "$program" "$@"
 exec "$here/sandbox.sh" --bind "$tree" -- \
     /usr/lib/wine/wine "$program" "$@"
