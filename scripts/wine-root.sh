@@ -70,10 +70,12 @@ if [ "${1:-}" = --in-guest ]; then
         # stopped: the image is then made anew (exit status 75).
         [ ! -e "$root/.kelvo-second-stage" ] || { say "debootstrap's second stage was stopped before"; exit 75; }
         touch "$root/.kelvo-second-stage"
+        say "in the guest: debootstrap's second stage"
         run_step "debootstrap's second stage, in the guest" \
             bootstrap "$root" --second-stage
     fi
     rm -f "$root/.kelvo-second-stage"
+    say "in the guest: setting up the root's packages"
     run_step "setting up the root's packages, in the guest" install_packages --no-download
     make_prefix
     echo "$KELVO_ROOT_LEVEL" >"$root/.kelvo-root-level"
