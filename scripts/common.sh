@@ -62,9 +62,12 @@ stop_children() {
     signal_children KILL
 }
 on_signal() {  # SIGNAL
-    trap '' INT TERM HUP
-    say "stopped by SIG$1; ending what it started"
+    # The children first: the signal may have ended whatever read this
+    # script's errors (a pipe to a reader in its group), so a word written
+    # there now could end the script before them.
+    trap '' INT TERM HUP PIPE
     stop_children
+    say "stopped by SIG$1; ended what it started" 2>/dev/null || true
     run_exit_actions
     trap - EXIT "$1"
     kill -"$1" $$

@@ -251,7 +251,7 @@ boot_guest() {  # ACCEL LIMIT COMMAND...
 guest_accel() {
     local cache=$guest_dir/accel boot answer seen
     boot=$(cat /proc/sys/kernel/random/boot_id)
-    read -r answer seen <"$cache" 2>/dev/null || true
+    read -r answer seen 2>/dev/null <"$cache" || true
     if [ "${seen:-}" != "$boot" ]; then
         answer=tcg
         if [ -r /dev/kvm ] && [ -w /dev/kvm ] && grep -qwE 'vmx|svm' /proc/cpuinfo; then
@@ -269,7 +269,7 @@ while [ $# -gt 0 ]; do
     case "$1" in
         --prepare) prepare_guest; exit 0 ;;
         --describe)
-            read -r accel _ <"$guest_dir/accel" 2>/dev/null || accel="accelerator not yet chosen"
+            read -r accel _ 2>/dev/null <"$guest_dir/accel" || accel="accelerator not yet chosen"
             echo "${accel^^}, no network device, Linux $(cat "$files/kernel" 2>/dev/null || echo "not yet fetched")"
             exit 0 ;;
         # Resolved here: the guest mounts the folder itself, never a link.
