@@ -67,7 +67,7 @@ on_signal() {  # SIGNAL
     # there now could end the script before them.
     trap '' INT TERM HUP PIPE
     stop_children
-    say "stopped by SIG$1; ended what it started" 2>/dev/null || true
+    say "stopped by SIG$1; ended what it started" || true
     run_exit_actions
     trap - EXIT "$1"
     kill -"$1" $$
