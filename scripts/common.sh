@@ -50,7 +50,9 @@ run_exit_actions() {
 }
 signal_children() {  # SIGNAL: to every running child's process group
     local pid
-    for pid in $(jobs -pr); do kill -"$1" -- "-$pid" 2>/dev/null || true; done
+    for pid in $(jobs -pr); do
+        kill -"$1" -- "-$pid" 2>/dev/null || kill -"$1" "$pid" 2>/dev/null || true
+    done
 }
 stop_children() {
     local _

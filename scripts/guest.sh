@@ -232,17 +232,42 @@ boot_guest() {  # ACCEL LIMIT COMMAND...
     # QEMU writes the command's output to its standard output as it is, and
     # opens its standard error anew for the errors and the kernel's messages,
     # which is safe only on a pipe (a file's offset would not be shared); the
-    # kernel's word that it powered off is left out. timeout stays in this
-    # script's process group, and passes a TERM on to QEMU.
+    # kernel's word that it powered off is left out. timeout, in a process
+    # group of its own with QEMU, passes a TERM on to it.
+    local pid watcher=""
+    set -m
+    timeout --foreground --kill-after=5 "$limit" "${qemu[@]}" </dev/null \
+        2> >(sed -u '/\] reboot: Power down.\?$/d' >&2) &
+    pid=$!
+    [ $root_mode = ro ] || { watch_space "$(dirname "$KELVO_WINE_ROOT_IMAGE")" "$pid" "$run/full" & watcher=$!; }
+    set +m
     status=0
-    run_child timeout --foreground --kill-after=5 "$limit" "${qemu[@]}" \
-        2> >(sed -u '/\] reboot: Power down.\?$/d' >&2) || status=$?
+    wait $pid || status=$?
+    [ -z "$watcher" ] || kill "$watcher" 2>/dev/null || true
+    if [ -s "$run/full" ]; then
+        say "$(cat "$run/full")"
+        return 28
+    fi
     if [ ! -s "$run/status" ]; then
         [ $status != 124 ] || { say "the guest was stopped after $limit s before '$*' ended"; return 124; }
         say "the guest ended without finishing '$*' (QEMU's exit status $status; its console is above)"
         return 70
     fi
     return "$(cat "$run/status")"
+}
+
+# While the guest writes the root's image: when the file system holding DIR
+# has less than 64 MiB left, says so in REPORT and stops the guest (process
+# group PID) at once, before the guest's writes fail one by one.
+watch_space() {  # DIR PID REPORT
+    local free
+    while sleep 2; do
+        free=$(df -Pm "$1" | awk 'NR == 2 {print $4}')
+        [ "$free" -lt 64 ] || continue
+        df -P "$1" | awk -v free="$free" 'NR == 2 {printf "the disk is full: %s (holding the image) has %d MiB free; the guest was stopped\n", $6, free}' >"$3"
+        kill -TERM -- "-$2" 2>/dev/null
+        return
+    done
 }
 
 # kvm where this machine has a usable /dev/kvm on a processor with hardware
