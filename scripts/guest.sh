@@ -186,7 +186,7 @@ boot_guest() {  # ACCEL LIMIT COMMAND...
     local qemu=(qemu-system-x86_64 -smp 2 -m 4096
         -nic none -no-reboot -display none -monitor none -nodefaults
         -kernel "$files/vmlinuz" -initrd "$files/initrd.gz"
-        -append "console=ttyS0 quiet panic=-1 norandmaps mitigations=off"
+        -append "console=ttyS0 quiet loglevel=2 panic=-1 norandmaps mitigations=off"
         -chardev stdio,id=out,signal=off
         -chardev file,id=err,path=/proc/self/fd/2,append=on
         -chardev file,id=kernel,path=/proc/self/fd/2,append=on -serial chardev:kernel
