@@ -41,8 +41,9 @@ guest_args=(--no-tests=ignore -LE host)
 say "the others run in the guest"
 run_i386 "$build" ctest --preset mingw "${guest_args[@]}" -O "${logs[1]}" "$@" || status=$?
 say "the tests ran the 32-bit programs $(describe_layer)"
-# Both parts' counts, on the line that ends the run.
-awk '/tests passed, [0-9]+ tests? failed out of/ {
+# Both parts' counts, on the line that ends the run (a part that was
+# stopped before its end wrote no log).
+cat "${logs[@]}" 2>/dev/null | awk '/tests passed, [0-9]+ tests? failed out of/ {
         total += $NF; failed += $4 }
-    END { printf "all tests: %d passed, %d failed\n", total - failed, failed }' "${logs[@]}" 2>/dev/null
+    END { printf "all tests: %d passed, %d failed\n", total - failed, failed }' || true
 exit $status
