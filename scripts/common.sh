@@ -117,7 +117,7 @@ run_step() {  # NAME COMMAND...
 # make or replace the same thing at once. A run that finds the lock taken
 # says what it waits for, and waits at most an hour.
 with_lock() {  # FILE WHAT COMMAND...
-    local file=$1 what=$2 fd status=0
+    local file=$1 what=$2 fd
     shift 2
     mkdir -p "$(dirname "$file")"
     exec {fd}>>"$file"
@@ -126,9 +126,9 @@ with_lock() {  # FILE WHAT COMMAND...
         # The lock belongs to the open file, which the child shares.
         run_child flock -w 3600 "$fd" || die "gave up after an hour waiting for the lock $file"
     fi
-    "$@" || status=$?
+    # Called plainly, so that a failing command inside still ends the script.
+    "$@"
     exec {fd}>&-
-    return $status
 }
 
 # --- Disk space -------------------------------------------------------------
