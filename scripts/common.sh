@@ -126,9 +126,14 @@ with_lock() {  # FILE WHAT COMMAND...
         # The lock belongs to the open file, which the child shares.
         run_child flock -w 3600 "$fd" || die "gave up after an hour waiting for the lock $file"
     fi
-    # Called plainly, so that a failing command inside still ends the script.
+    # Called plainly, so that a failing command inside still ends the
+    # script; the status is kept where the caller tests it (and so bash
+    # does not end the script).
+    local status=0
     "$@"
+    status=$?
     exec {fd}>&-
+    return $status
 }
 
 # --- Disk space -------------------------------------------------------------
