@@ -214,7 +214,7 @@ boot_guest() {  # ACCEL LIMIT COMMAND...
         local drive=readonly=on
         [ $root_mode = ro ] || drive=cache=unsafe,werror=report,rerror=report
         qemu+=(-drive "file=${KELVO_WINE_ROOT_IMAGE//,/,,},format=raw,if=virtio,$drive")
-        printf 'disk-%s - %s\n' "$root_mode" "$KELVO_WINE_ROOT" >>"$run/shares"
+        printf 'disk-%s - %s\n' "$root_mode" "$(realpath "$KELVO_WINE_ROOT")" >>"$run/shares"
     fi
     {
         printf 'export PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin HOME=/root\n'

@@ -156,7 +156,7 @@ make_guest_root() {
     local stamp=$KELVO_WINE_ROOT_IMAGE.level
     [ "$(cat "$stamp" 2>/dev/null)" != "$KELVO_ROOT_LEVEL" ] || return 0
     ensure_host_packages debootstrap debian-archive-keyring util-linux iproute2 e2fsprogs
-    "$here/guest.sh" --prepare
+    run_child "$here/guest.sh" --prepare
     if [ -e "$image.new.ready" ]; then
         say "taking up the Wine root's disk image where an earlier run left it"
         # A failure here may be what stopped that run: once, start over.
