@@ -16,6 +16,8 @@ prepare_build
 ensure_host_packages osslsigncode openssl libengine-pkcs11-openssl softhsm2 opensc python3
 # The NetBIOS node of the end-to-end table; its cases skip without it.
 ensure_host_packages python3-scapy || say "python3-scapy could not be installed: the NetBIOS node cases will be skipped"
+# The capture of every frame Kelvo sends, in each end-to-end case.
+ensure_host_packages tcpdump
 # The guest's module packaging test reads compressed modules.
 ensure_host_packages xz-utils zstd
 run_child cmake --build --preset mingw

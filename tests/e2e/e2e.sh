@@ -12,8 +12,9 @@ scripts=$(cd "$here/../../scripts" && pwd -P) docs=$(cd "$here/../../docs" && pw
 
 # One case a line, fields separated by "|":
 #   name | Windows (nt, win98) | interfaces | NetBIOS node | also | how the
-#   dialog is closed | expected field | expected output lines (";") | what
-#   the node was asked ("NAME: QUERY KINDS", or "nothing")
+#   dialog is closed | expected field | expected output lines (";") | every
+#   kind of frame Kelvo sent, on any interface (";", as capture.py names
+#   them; "nothing")
 # Interfaces, separated by ",": KIND NAME MAC [IPV4/PREFIX]. KIND is tap or
 # bridge (Ethernet to Windows) or tun (not Ethernet, MAC "-"); an interface
 # without an address stays down. The node answers on the first address as
@@ -24,19 +25,23 @@ scripts=$(cd "$here/../../scripts" && pwd -P) docs=$(cd "$here/../../docs" && pw
 # (the dialog must match docs/kelvo-dialog.png to the pixel; scripts/run.sh
 # --new-reference makes that picture, with the same field).
 # Closing: space (on OK), enter, escape, altf4, closebox.
+# What the NetBIOS fallback sends: a name query for its own probe name,
+# broadcast, and a node-status request to the node that answered it.
+query="NB query SCANINFO0029, broadcast to 10.9.0.255"
+status="NBSTAT query SCANINFO0029, unicast to 10.9.0.1"
 CASES=(
-"three-ethernet          |nt   |tap eth0 00:50:56:c0:00:08, tap eth1 00:1a:2b:3c:4d:5e, bridge br0 02:00:00:00:00:03|-|signed  |space   |08-0xc0565800||"
-"non-ethernet-first      |nt   |tun tun0 - 10.9.0.1/24, tap eth0 00:1a:2b:3c:4d:5e|-|picture |enter   |08-0x3c2b444d||"
-"loopback-only           |nt   ||-|-       |escape  |0|Line 245: Got 0x23 from NetBios()|"
-"no-node-answers         |nt   |tun tun0 - 10.9.0.1/24|-|-       |altf4   |0|Line 368: Got 0x5 from NetBios();Line 289: Got 0x3 from NetBios()|"
-"legacy-skips-unassigned |win98|tap eth0 00:1a:2b:3c:4d:5e, tap eth1 00:50:56:c0:00:08 10.9.0.1/24|-|-       |closebox|08-0xc0565800||"
-"planted-dlls            |nt   ||-|planted |space   |0|Line 245: Got 0x23 from NetBios()|"
-"f1-asks-for-help        |nt   |tap eth0 00:1a:2b:3c:4d:5e|-|f1      |enter   |08-0x3c2b444d||"
-"node-answers            |nt   |tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e|-       |escape|08-0x3c2b444d|Line 289: Got 0x3 from NetBios()|SCANINFO0029: NB NBSTAT"
-"legacy-asks-node        |win98|tap eth0 00:50:56:c0:00:08, tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e|-       |space|08-0x3c2b444d|Line 289: Got 0x3 from NetBios()|SCANINFO0029: NB NBSTAT"
+"three-ethernet          |nt   |tap eth0 00:50:56:c0:00:08, tap eth1 00:1a:2b:3c:4d:5e, bridge br0 02:00:00:00:00:03|-|signed  |space   |08-0xc0565800||nothing"
+"non-ethernet-first      |nt   |tun tun0 - 10.9.0.1/24, tap eth0 00:1a:2b:3c:4d:5e|-|picture |enter   |08-0x3c2b444d||nothing"
+"loopback-only           |nt   ||-|-       |escape  |0|Line 245: Got 0x23 from NetBios()|nothing"
+"no-node-answers         |nt   |tun tun0 - 10.9.0.1/24|-|-       |altf4   |0|Line 368: Got 0x5 from NetBios();Line 289: Got 0x3 from NetBios()|$query"
+"legacy-skips-unassigned |win98|tap eth0 00:1a:2b:3c:4d:5e, tap eth1 00:50:56:c0:00:08 10.9.0.1/24|-|-       |closebox|08-0xc0565800||nothing"
+"planted-dlls            |nt   ||-|planted |space   |0|Line 245: Got 0x23 from NetBios()|nothing"
+"f1-asks-for-help        |nt   |tap eth0 00:1a:2b:3c:4d:5e|-|f1      |enter   |08-0x3c2b444d||nothing"
+"node-answers            |nt   |tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e|-       |escape|08-0x3c2b444d|Line 289: Got 0x3 from NetBios()|$query;$status"
+"legacy-asks-node        |win98|tap eth0 00:50:56:c0:00:08, tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e|-       |space|08-0x3c2b444d|Line 289: Got 0x3 from NetBios()|$query;$status"
 "nt-takes-unassigned     |nt   |tap eth0 00:50:56:c0:00:08, tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e|-       |enter|08-0xc0565800||nothing"
-"node-ignores-status     |nt   |tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e ignore|-       |altf4|0|Line 289: Got 0x3 from NetBios()|SCANINFO0029: NB NBSTAT"
-"node-refuses-status     |nt   |tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e negative|-       |closebox|0|Line 368: Got 0x17 from NetBios();Line 289: Got 0x3 from NetBios()|SCANINFO0029: NB NBSTAT"
+"node-ignores-status     |nt   |tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e ignore|-       |altf4|0|Line 289: Got 0x3 from NetBios()|$query;$status"
+"node-refuses-status     |nt   |tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e negative|-       |closebox|0|Line 368: Got 0x17 from NetBios();Line 289: Got 0x3 from NetBios()|$query;$status"
 )
 
 skip() { echo "SKIP: $*"; exit 77; }
@@ -47,17 +52,20 @@ fi
 [ $# -eq 2 ] || { echo "usage: e2e.sh --list | e2e.sh BUILD_DIR CASE" >&2; exit 2; }
 build=$(cd "$1" && pwd) wanted=$2
 row=$(printf '%s\n' "${CASES[@]}" | grep "^$wanted *|") || { echo "no case named $wanted" >&2; exit 2; }
-IFS='|' read -r _ windows interfaces node also close field output asked <<<"$(sed 's/ *| */|/g' <<<"$row")"
+IFS='|' read -r _ windows interfaces node also close field output sent <<<"$(sed 's/ *| */|/g' <<<"$row")"
 
 unshare --net --mount true 2>/dev/null ||
     skip "this machine cannot make private network namespaces (needs root and unshare)"
+command -v tcpdump >/dev/null || skip "the capture of what Kelvo sends needs Debian's tcpdump, which is not installed"
 [ "$node" = - ] || /usr/bin/python3 -c 'import scapy.layers.netbios' 2>/dev/null ||
     skip "the NetBIOS node needs Debian's python3-scapy, which is not installed"
 case_dir=$build/tests/e2e/cases/$wanted
 rm -rf "$case_dir" && mkdir -p "$case_dir"
 
 # The interfaces (and the node), as commands run inside the namespace.
-setup="true" first_address=""
+# Interfaces get no IPv6 link-local address, so that the kernel sends no
+# neighbour discovery of its own: what is captured was sent by Kelvo.
+setup="sysctl -qw net.ipv6.conf.default.addr_gen_mode=1" first_address="" wires=""
 IFS=, read -ra devices <<<"$interfaces"
 for device in "${devices[@]}"; do
     read -r kind name mac address <<<"$device"
@@ -68,10 +76,11 @@ for device in "${devices[@]}"; do
     esac
     [ "$mac" = - ] || setup+=" && ip link set $name address $mac"
     [ -z "${address:-}" ] || setup+=" && ip addr add $address dev $name && ip link set $name up"
+    [ -z "${address:-}" ] || [ "$kind" = bridge ] || wires+=" $kind:$name"
     first_address=${first_address:-${address%/*}}
 done
-[ "$node" = - ] || setup+=" && /usr/bin/python3 $(printf '%q %q %q' "$here/nbns_node.py" "$first_address" \
-    "$case_dir/node.log") $node"
+setup+=" && /usr/bin/python3 $(printf %q "$here/capture.py") start $(printf %q "$case_dir/sent.pcap")$wires"
+[ "$node" = - ] || setup+=" && /usr/bin/python3 $(printf %q "$here/nbns_node.py") $first_address $node"
 
 # Kelvo runs from a folder of its own; planted DLLs go beside it, and Wine
 # is told to prefer DLLs there, as Windows' default search order would.
@@ -116,10 +125,7 @@ IFS=, read -r x y w h <<<"$(value frame)"
 off_x=$((2 * ${x:-0} + ${w:-0} - 800)) off_y=$((2 * ${y:-0} + ${h:-0} - 600))
 (( ${off_x#-} <= 1 && ${off_y#-} <= 1 )) || check "placement of a ${w}x$h dialog" "centred" "at $x,$y"
 check "standard output" "$(tr ';' '\n' <<<"$output")" "$(value stdout)"
-if [ "$node" != - ]; then
-    log=$case_dir/node.log
-    seen="$(awk '{print $2}' "$log" | sort -u | paste -sd ' '): $(awk '{print $1}' "$log" | sort -u | paste -sd ' ')"
-    check "what the NetBIOS node was asked" "$asked" "$([ -s "$log" ] && echo "$seen" || echo nothing)"
-fi
+kinds=$(/usr/bin/python3 "$here/capture.py" kinds "$case_dir/sent.pcap" 2>&1)
+check "kinds of frame sent" "$(tr ';' '\n' <<<"$sent")" "${kinds:-nothing}"
 [ $status -eq 0 ] && echo "PASS $wanted"
 exit $status

@@ -22,12 +22,10 @@ NB, NBSTAT = 0x20, 0x21
 NAME_ERROR = 3  # negative answer: no such name
 
 
-def answer(query, address, mac, status, log):
+def answer(query, address, mac, status):
     header = NBNSHeader(query)
     question = NBNSQueryRequest(bytes(header.payload))  # same layout for both types
     name = question.QUESTION_NAME.rstrip(b" ")
-    kind = {NB: "NB", NBSTAT: "NBSTAT"}.get(question.QUESTION_TYPE, "other")
-    log.write("%s %s\n" % (kind, name.decode("ascii", "replace")))
     reply = NBNSHeader(NAME_TRN_ID=header.NAME_TRN_ID, RESPONSE=1, NM_FLAGS=0x40,
                        QDCOUNT=0, ANCOUNT=1)
     if question.QUESTION_TYPE == NB:
@@ -45,18 +43,17 @@ def answer(query, address, mac, status, log):
         MAC_ADDRESS=mac, RDLENGTH=1 + 18 * len(names) + 6 + 46)
 
 
-def main(address, log_path, mac, status="answer"):
+def main(address, mac, status="answer"):
     node = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
     node.setsockopt(socket.SOL_SOCKET, socket.SO_BROADCAST, 1)
     node.bind(("0.0.0.0", 137))
     if os.fork() != 0:
         return
-    with open(log_path, "w", buffering=1) as log:
-        while True:
-            query, sender = node.recvfrom(1024)
-            reply = answer(query, address, mac, status, log)
-            if reply is not None:
-                node.sendto(bytes(reply), sender)
+    while True:
+        query, sender = node.recvfrom(1024)
+        reply = answer(query, address, mac, status)
+        if reply is not None:
+            node.sendto(bytes(reply), sender)
 
 
 if __name__ == "__main__":
