@@ -1,29 +1,30 @@
-#!/usr/bin/python3
-# Records every frame sent in an end-to-end case's private network
-# namespace, and names what was sent.
+#!/usr/bin/python3 -S
+# What was sent in an end-to-end case's private network namespace: tcpdump
+# records every frame there (e2e.sh starts it); this holds the wires and
+# names what was recorded.
 #
-#   capture.py start PCAP [tun:NAME | tap:NAME]...
+#   capture.py hold [tun:NAME | tap:NAME]...
 #       Holds each named tun or tap interface open, as the far end of its
-#       wire would (without a reader its carrier is down and the kernel
-#       drops what is sent through it before any capture sees it), and
-#       starts tcpdump on every interface of the namespace, writing to PCAP.
-#       Returns once tcpdump listens, or says what it gave up waiting for.
-#       Both go on until the namespace ends.
+#       wire would, and drops what arrives, until the namespace ends;
+#       returns at once. Without a reader an interface's carrier is down
+#       and the kernel drops what is sent through it before any capture
+#       sees it.
 #   capture.py kinds PCAP
 #       One line per kind of frame sent, sorted, without repeats; nothing
 #       when nothing was sent. A NetBIOS name-service request is named by
-#       its operation, question type and name, and whether it was broadcast
-#       ("NB query SCANINFO0029 broadcast"). Frames sent from UDP port 137
-#       are the test's NetBIOS node answering, and are left out.
+#       its question type, operation and name, whether it was broadcast, and
+#       its destination ("NB query SCANINFO0029, broadcast to 10.9.0.255").
+#       Frames sent from UDP port 137 are the test's NetBIOS node answering,
+#       and are left out. PCAP is tcpdump's, of interface "any" (-y
+#       LINUX_SLL2).
 #
-# Standard library only: the case's time is spent in Wine, not here.
+# Standard library only, and little of it: in the emulated guest every
+# module imported costs the case time.
 import fcntl
 import os
 import select
 import struct
-import subprocess
 import sys
-import time
 
 TUNSETIFF, IFF_TUN, IFF_TAP, IFF_NO_PI = 0x400454CA, 0x0001, 0x0002, 0x1000
 SLL2_HEADER, OUTGOING, LOOPBACK = 20, 4, 1  # "lo" is interface 1 of a new namespace
@@ -33,31 +34,23 @@ OPERATIONS = {0: "query", 5: "registration", 6: "release", 7: "WACK", 8: "refres
 QUESTION_TYPES = {0x20: "NB", 0x21: "NBSTAT"}
 
 
-def start(pcap, devices):
-    held = []
+def hold(devices):
+    wires = []
     for device in devices:
         kind, name = device.split(":", 1)
         wire = os.open("/dev/net/tun", os.O_RDWR)
         flags = (IFF_TUN if kind == "tun" else IFF_TAP) | IFF_NO_PI
         fcntl.ioctl(wire, TUNSETIFF, struct.pack("16sH", name.encode(), flags))
-        held.append(wire)
-    log = pcap + ".log"
-    with open(log, "w") as errors:
-        # Packet-buffered and immediate: the namespace's end kills tcpdump.
-        subprocess.Popen(["tcpdump", "-i", "any", "-y", "LINUX_SLL2", "--immediate-mode", "-U",
-                          "-n", "-Z", "root", "-w", pcap], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                         stderr=errors)
-    limit = 10 * int(os.environ.get("KELVO_TIME_SCALE", "1"))
-    deadline = time.monotonic() + limit
-    while "listening on" not in open(log).read():
-        if time.monotonic() > deadline:
-            sys.exit("capture: tcpdump did not start listening within %d s: %s" % (limit, open(log).read()))
-        time.sleep(0.05)
-    if held and os.fork() == 0:
-        os.setsid()
-        while True:  # the far end of each wire: what arrives is dropped
-            for wire in select.select(held, [], [])[0]:
-                os.read(wire, 65536)
+        wires.append(wire)
+    if os.fork() != 0:
+        return
+    os.setsid()
+    null = os.open(os.devnull, os.O_RDWR)
+    for stream in range(3):
+        os.dup2(null, stream)
+    while True:
+        for wire in select.select(wires, [], [])[0]:
+            os.read(wire, 65536)
 
 
 def nbns_kind(payload, destination):
@@ -120,9 +113,9 @@ def kinds(pcap):
 
 
 if __name__ == "__main__":
-    if sys.argv[1:2] == ["start"]:
-        start(sys.argv[2], sys.argv[3:])
+    if sys.argv[1:2] == ["hold"]:
+        hold(sys.argv[2:])
     elif sys.argv[1:2] == ["kinds"] and len(sys.argv) == 3:
         kinds(sys.argv[2])
     else:
-        sys.exit("usage: capture.py start PCAP [tun:NAME|tap:NAME]... | capture.py kinds PCAP")
+        sys.exit("usage: capture.py hold [tun:NAME|tap:NAME]... | capture.py kinds PCAP")

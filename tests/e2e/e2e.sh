@@ -79,7 +79,14 @@ for device in "${devices[@]}"; do
     [ -z "${address:-}" ] || [ "$kind" = bridge ] || wires+=" $kind:$name"
     first_address=${first_address:-${address%/*}}
 done
-setup+=" && /usr/bin/python3 $(printf %q "$here/capture.py") start $(printf %q "$case_dir/sent.pcap")$wires"
+# Every frame sent in the namespace, recorded as sent (packet-buffered and
+# immediate: the namespace's end kills tcpdump), once tcpdump listens.
+export CASE_DIR=$case_dir CAPTURE_LIMIT=$((10 * ${KELVO_TIME_SCALE:-1}))
+setup+=' && { tcpdump -i any -y LINUX_SLL2 --immediate-mode -U -n -Z root -w "$CASE_DIR/sent.pcap" \
+        </dev/null >/dev/null 2>"$CASE_DIR/tcpdump.log" & } &&
+    { timeout "$CAPTURE_LIMIT" sh -c "until grep -qs \"listening on\" \"\$CASE_DIR/tcpdump.log\"; do sleep 0.1; done" ||
+        { echo "gave_up=tcpdump listening ($CAPTURE_LIMIT s)"; false; }; }'
+[ -z "$wires" ] || setup+=" && /usr/bin/python3 -S $(printf %q "$here/capture.py") hold$wires"
 [ "$node" = - ] || setup+=" && /usr/bin/python3 $(printf %q "$here/nbns_node.py") $first_address $node"
 
 # Kelvo runs from a folder of its own; planted DLLs go beside it, and Wine
