@@ -48,8 +48,12 @@ exec 2>/dev/ttyS0
 fail() { echo "guest: $*" >&2; poweroff -f; }
 depmod
 for module in $(cat /modules); do modprobe "$module" || fail "cannot load $module"; done
-stty -F /dev/hvc0 raw -echo && stty -F /dev/hvc1 raw -echo || fail "no console for the command"
-exec 2>/dev/hvc1
+# Kept open from here on: the console driver resets a console's settings
+# when its last user closes it, and only raw consoles pass the command's
+# bytes unchanged (no carriage return added before each newline).
+exec 3<>/dev/hvc0 4<>/dev/hvc1
+stty raw -echo <&3 && stty raw -echo <&4 || fail "no console for the command"
+exec 2>&4
 p9=trans=virtio,version=9p2000.L,msize=512000
 mkdir /run-share
 mount -t 9p -o "$p9,cache=none" run /run-share || fail "cannot mount the run's folder"
@@ -86,11 +90,11 @@ done </run-share/shares
 # Through pipes, as a command run from a script gets them: on a terminal,
 # Wine's console and ctest would write terminal control sequences.
 mkfifo /errors
-cat /errors >/dev/hvc1 &
+cat /errors >&4 &
 {
-    chroot /newroot /bin/bash /run/kelvo/command.sh </dev/null 2>/errors
+    chroot /newroot /bin/bash /run/kelvo/command.sh </dev/null 2>/errors 3>&- 4>&-
     echo "$?" >/status
-} | cat >/dev/hvc0
+} | cat >&3
 wait
 status=$(cat /status)
 # The image counts as made only once its file system is cleanly unmounted.
@@ -294,8 +298,11 @@ while [ $# -gt 0 ]; do
     case "$1" in
         --prepare) prepare_guest; exit 0 ;;
         --describe)
-            read -r accel _ 2>/dev/null <"$guest_dir/accel" || accel="accelerator not yet chosen"
-            echo "${accel^^}, no network device, Linux $(cat "$files/kernel" 2>/dev/null || echo "not yet fetched")"
+            # The accelerator found out since this machine last booted, if any.
+            accel="accelerator not yet chosen"
+            if read -r answer seen 2>/dev/null <"$guest_dir/accel" &&
+                [ "$seen" = "$(cat /proc/sys/kernel/random/boot_id)" ]; then accel=${answer^^}; fi
+            echo "$accel, no network device, Linux $(cat "$files/kernel" 2>/dev/null || echo "not yet fetched")"
             exit 0 ;;
         # Resolved here: the guest mounts the folder itself, never a link.
         --rw) rw+=("$(realpath -e "$2")") || die "no folder $2"; shift 2 ;;
