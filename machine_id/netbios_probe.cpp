@@ -112,8 +112,9 @@ bool GetAddressFromNetbios(UCHAR lana, const char* name, MachineAddress& out) {
     }
     // The status of a name lists at least that name. When a node answers
     // the name query but never the status request, Wine still answers
-    // NRC_GOODRET and leaves the status unfilled (Windows answers
-    // NRC_CMDTMO): an empty name table means no adapter address was written.
+    // NRC_GOODRET and leaves the status unfilled (what Windows answers
+    // there was never tried): an empty name table means no adapter address
+    // was written.
     const ADAPTER_STATUS* answer = static_cast<const ADAPTER_STATUS*>(status.get());
     if (answer->name_count == 0) {
         return false;

@@ -42,8 +42,8 @@ kelvo=$build/app/Kelvo.exe
 out=$build/run
 mkdir -p "$out"
 
-# Interfaces that Windows would list as Ethernet, in its order (ascending
-# interface index): hardware type 1 (Ethernet), not wireless.
+# Interfaces that Wine would list as Ethernet, in the order it lists them
+# (ascending interface index): hardware type 1 (Ethernet), not wireless.
 machine_ethernet() {
     local dir
     for dir in /sys/class/net/*; do

@@ -4,7 +4,7 @@
 # guest.sh. Installs what is missing first (Debian packages, the i386 Wine
 # root, the guest's kernel); needs root.
 #
-#   scripts/test.sh [CTEST-ARG...]     e.g. scripts/test.sh -R Netbios
+#   scripts/test.sh [CTEST-ARG...]     e.g. scripts/test.sh -L e2e
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd -P)
 . "$here/common.sh"

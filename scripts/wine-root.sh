@@ -100,7 +100,7 @@ make_native_root() {
         fi
         need_space "$(dirname "$root")" 2560 "the Wine root"
         mirror=$(host_mirror)
-        say "creating the i386 Debian root for Wine at $root (about a minute)"
+        say "creating the i386 Debian root for Wine at $root"
         mkdir -p "$(dirname "$root")"
         run_step "debootstrap of the i386 root" \
             bootstrap "$root" --arch=i386 --variant=minbase "$suite" "$root" "$mirror"
@@ -146,7 +146,7 @@ first_half() {
 }
 check_image() { e2fsck -p "$image.new" || [ $? = 1 ]; }  # 1: corrected
 second_half() {
-    say "setting up the root inside the guest: debootstrap's second stage, the packages, the prefix (about 7 minutes)"
+    say "setting up the root inside the guest: debootstrap's second stage, the packages, the prefix (the longest step; docs/emulated-guest.md#times)"
     KELVO_WINE_ROOT_IMAGE=$image.new try_step "setting up the root inside the guest" \
         "$here/guest.sh" --root-writable -- "$here/wine-root.sh" --in-guest &&
         # The guest unmounted it cleanly; this proves it.

@@ -129,7 +129,7 @@ if [ -n "$probe" ]; then
     bounded 20 "dialog_probe.exe" /usr/lib/wine/wine "$probe" 2>/dev/null | tr -d '\r'
     echo "held=$(grep -aoE '[^/]+\.(dll|exe)$' "/proc/$pid/maps" 2>/dev/null | tr 'A-Z' 'a-z' | sort -u |
         awk '$0 == "kelvo.exe" {read = 1} /^(iphlpapi|netapi32)\.dll$/ {held = held " " substr($0, 1, length($0) - 4)}
-        END {print !read ? "(module list unreadable)" : held == "" ? "none" : substr(held, 2)}')"
+        END {print !read ? "(mappings unreadable)" : held == "" ? "none" : substr(held, 2)}')"
 fi
 
 # The large icon (Windows shows it in the Alt+Tab box) as Wine hands it to

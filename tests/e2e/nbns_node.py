@@ -3,11 +3,10 @@
 # namespace it is started in. It answers every name query (type NB) with
 # ADDRESS, and every node-status query (type NBSTAT) with one name and the
 # hardware address MAC; with "ignore" it never answers a node-status query,
-# with "negative" it refuses it. Each query it receives is logged to LOG as
-# a line "NB NAME" or "NBSTAT NAME". It returns once it listens, and goes on
+# with "negative" it refuses it. It returns once it listens, and goes on
 # serving in the background until its namespace ends.
 #
-#   nbns_node.py ADDRESS LOG MAC [answer|ignore|negative]
+#   nbns_node.py ADDRESS MAC [answer|ignore|negative]
 #
 # Built on scapy's NetBIOS name-service layers (Debian's python3-scapy).
 import os
