@@ -10,11 +10,11 @@
 
 // --- Start-up ----------------------------------------------------------
 // The program calls this first, before anything may load a library; the
-// tests have no use for it. Where the system can (SetDefaultDllDirectories:
-// Windows 8 and later, Vista and 7 with KB2533623), every library loaded
-// by bare name afterwards, by the program or by the system on its behalf,
-// is then looked for in the system directory only, never beside the
-// program. Elsewhere (XP) it changes nothing.
+// tests have no use for it. Where kernel32 has SetDefaultDllDirectories
+// (Windows 8 and later; Vista and 7 once an update brings it), every
+// library loaded by bare name afterwards, by the program or by the system
+// on its behalf, is then looked for in the system directory only, never
+// beside the program. Elsewhere (XP) it changes nothing.
 void PlatformNarrowDllSearch();
 
 // --- Version -----------------------------------------------------------
