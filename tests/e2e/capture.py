@@ -28,7 +28,7 @@ import sys
 
 TUNSETIFF, IFF_TUN, IFF_TAP, IFF_NO_PI = 0x400454CA, 0x0001, 0x0002, 0x1000
 SLL2_HEADER, OUTGOING, LOOPBACK = 20, 4, 1  # "lo" is interface 1 of a new namespace
-ETH_P_IP, ETH_P_IPV6, ETH_P_ARP = 0x0800, 0x86DD, 0x0806
+ETH_P_IP = 0x0800
 NBNS_PORT = 137
 OPERATIONS = {0: "query", 5: "registration", 6: "release", 7: "WACK", 8: "refresh", 9: "refresh"}
 QUESTION_TYPES = {0x20: "NB", 0x21: "NBSTAT"}
@@ -77,18 +77,12 @@ def frame_kind(frame):
     if packet_type != OUTGOING and interface != LOOPBACK:
         return None
     packet = frame[SLL2_HEADER:]
-    if protocol == ETH_P_ARP:
-        return "ARP"
-    if protocol == ETH_P_IPV6:
-        return "IPv6 next header %d" % packet[6]
     if protocol != ETH_P_IP:
-        return "ethertype 0x%04x" % protocol
+        return "ethertype 0x%04x" % protocol  # ARP, IPv6, ...
     header = (packet[0] & 0xF) * 4
     ip_protocol, destination = packet[9], packet[16:20]
-    if ip_protocol == 1:
-        return "ICMP type %d" % packet[header]
     if ip_protocol not in (6, 17):
-        return "IP protocol %d" % ip_protocol
+        return "IP protocol %d" % ip_protocol  # ICMP, ...
     source_port, destination_port = struct.unpack_from("!H H", packet, header)
     name = "UDP" if ip_protocol == 17 else "TCP"
     if ip_protocol == 17 and source_port == NBNS_PORT:
