@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Runs a command inside the i386 Wine root, in private pid, mount and network
-# namespaces made for this one run. The network namespace holds only "lo",
-# so nothing a program sends can leave the machine; every mount made here
-# disappears with the namespaces, even after a crash.
+# Runs a command inside the i386 Wine root, in private pid, mount, network
+# and host-name namespaces made for this one run. The network namespace
+# holds only "lo", so nothing a program sends can leave the machine; every
+# mount made here disappears with the namespaces, even after a crash.
 #
 #   sandbox.sh [options] [--] COMMAND [ARG...]
 #
@@ -49,7 +49,7 @@ export SANDBOX_BINDS SANDBOX_WAIT=$((10 * KELVO_TIME_SCALE))
 
 # Killing this script kills the namespace's first process, and with it
 # every process in the namespace (a hung test's Wine, for one).
-exec unshare --pid --fork --kill-child --mount --net --propagation private bash -s -- "$@" <<'INNER'
+exec unshare --pid --fork --kill-child --mount --net --uts --propagation private bash -s -- "$@" <<'INNER'
 set -euo pipefail
 root=$KELVO_WINE_ROOT
 mount -t proc proc "$root/proc"
@@ -73,6 +73,7 @@ while IFS= read -r dir; do
     mount --bind "$dir" "$root$dir"
 done <<<"$SANDBOX_BINDS"
 ip link set lo up
+hostname kelvo-sandbox  # not this machine's name, which Wine may look up
 if [ -n "$SANDBOX_SETUP" ]; then
     eval "$SANDBOX_SETUP"
 fi

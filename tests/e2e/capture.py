@@ -13,10 +13,12 @@
 #       One line per kind of frame sent, sorted, without repeats; nothing
 #       when nothing was sent. A NetBIOS name-service request is named by
 #       its question type, operation and name, whether it was broadcast, and
-#       its destination ("NB query SCANINFO0029, broadcast to 10.9.0.255").
-#       Frames sent from UDP port 137 are the test's NetBIOS node answering,
-#       and are left out. PCAP is tcpdump's, of interface "any" (-y
-#       LINUX_SLL2).
+#       its destination ("NB query SCANINFO0029<20>, broadcast to
+#       10.9.0.255"), and "from port 137" when it came from the name
+#       service's own port; a DNS query by its type and name ("DNS A query
+#       SCANINFO0029, to 10.9.0.53"). Name-service answers from port 137 are the
+#       test's NetBIOS node answering, and are left out. PCAP is tcpdump's,
+#       of interface "any" (-y LINUX_SLL2).
 #
 # Standard library only, and little of it: in the emulated guest every
 # module imported costs the case time.
@@ -29,7 +31,8 @@ import sys
 TUNSETIFF, IFF_TUN, IFF_TAP, IFF_NO_PI = 0x400454CA, 0x0001, 0x0002, 0x1000
 SLL2_HEADER, OUTGOING, LOOPBACK = 20, 4, 1  # "lo" is interface 1 of a new namespace
 ETH_P_IP = 0x0800
-NBNS_PORT = 137
+NBNS_PORT, DNS_PORT = 137, 53
+DNS_TYPES = {1: "A", 28: "AAAA"}
 OPERATIONS = {0: "query", 5: "registration", 6: "release", 7: "WACK", 8: "refresh", 9: "refresh"}
 QUESTION_TYPES = {0x20: "NB", 0x21: "NBSTAT"}
 
@@ -53,21 +56,35 @@ def hold(devices):
             os.read(wire, 65536)
 
 
-def nbns_kind(payload, destination):
+def nbns_kind(payload, destination, from_nbns_port):
     if len(payload) < 12:
         return "NetBIOS name service, %d bytes" % len(payload)
     flags, questions = struct.unpack_from("!H H", payload, 2)
     if flags & 0x8000:
-        return "NetBIOS name-service response"
+        return None if from_nbns_port else "NetBIOS name-service response"  # the node answering
     operation = OPERATIONS.get((flags >> 11) & 0xF, "operation %d" % ((flags >> 11) & 0xF))
     kind = operation
     if questions and len(payload) >= 12 + 34 + 2 and payload[12] == 32:
         encoded = payload[13:45]
         name = bytes(((encoded[i] - 65) << 4) | (encoded[i + 1] - 65) for i in range(0, 32, 2))
         question_type = struct.unpack_from("!H", payload, 46)[0]
-        kind = "%s %s %s" % (QUESTION_TYPES.get(question_type, "type 0x%x" % question_type),
-                             operation, name.decode("latin-1").rstrip())
-    return "%s, %s to %s" % (kind, "broadcast" if flags & 0x0010 else "unicast", destination)
+        # NAME<XX>: the first 15 bytes without their padding, the 16th in hex
+        kind = "%s %s %s<%02X>" % (QUESTION_TYPES.get(question_type, "type 0x%x" % question_type),
+                                   operation, name[:15].decode("latin-1").rstrip(), name[15])
+    return "%s, %s to %s%s" % (kind, "broadcast" if flags & 0x0010 else "unicast", destination,
+                               " from port 137" if from_nbns_port else "")
+
+
+def dns_kind(payload, destination):
+    labels, offset = [], 12
+    while offset < len(payload) and payload[offset] and len(labels) < 64:
+        labels.append(payload[offset + 1:offset + 1 + payload[offset]].decode("latin-1"))
+        offset += 1 + payload[offset]
+    if len(payload) < offset + 3 or struct.unpack_from("!H", payload, 4)[0] == 0:
+        return "DNS, %d bytes, to %s" % (len(payload), destination)
+    question_type = struct.unpack_from("!H", payload, offset + 1)[0]
+    return "DNS %s query %s, to %s" % (DNS_TYPES.get(question_type, "type %d" % question_type),
+                                       ".".join(labels), destination)
 
 
 def frame_kind(frame):
@@ -85,10 +102,14 @@ def frame_kind(frame):
         return "IP protocol %d" % ip_protocol  # ICMP, ...
     source_port, destination_port = struct.unpack_from("!H H", packet, header)
     name = "UDP" if ip_protocol == 17 else "TCP"
-    if ip_protocol == 17 and source_port == NBNS_PORT:
-        return None  # the test's node answering
-    if ip_protocol == 17 and destination_port == NBNS_PORT:
-        return nbns_kind(packet[header + 8:], ".".join(map(str, destination)))
+    if ip_protocol == 17 and NBNS_PORT in (source_port, destination_port):
+        return nbns_kind(packet[header + 8:], ".".join(map(str, destination)),
+                         source_port == NBNS_PORT)
+    if ip_protocol == 17 and source_port == DNS_PORT and len(packet) > header + 10 \
+            and packet[header + 10] & 0x80:
+        return None  # the test's name server answering
+    if ip_protocol == 17 and destination_port == DNS_PORT:
+        return dns_kind(packet[header + 8:], ".".join(map(str, destination)))
     return "%s to port %d" % (name, destination_port)
 
 

@@ -17,18 +17,25 @@ scripts=$(cd "$here/../../scripts" && pwd -P) docs=$(cd "$here/../../docs" && pw
 #   them; "nothing")
 # Interfaces, separated by ",": KIND NAME MAC [IPV4/PREFIX]. KIND is tap or
 # bridge (Ethernet to Windows) or tun (not Ethernet, MAC "-"); an interface
-# without an address stays down. The node answers on the first address as
-# MAC, or with "ignore" never answers the node status, or with "negative"
-# refuses it. Also: signed (Kelvo.exe as the sign.token-timestamped test
+# without an address stays down. The node runs on the first interface with
+# an address, names 10.9.0.2 (an address added there) as the probe name's
+# owner and answers the node status with MAC, or with "ignore" never
+# answers it, or with "negative" refuses it. Also: signed (Kelvo.exe as the sign.token-timestamped test
 # signed it: through a token, timestamped), planted (DLLs planted beside
-# Kelvo.exe), f1 (F1 asks for help), picture
+# Kelvo.exe), f1 (F1 asks for help), routed (a default route and a name
+# server, below), picture
 # (the dialog must match docs/kelvo-dialog.png to the pixel; scripts/run.sh
 # --new-reference makes that picture, with the same field).
 # Closing: space (on OK), enter, escape, altf4, closebox.
 # What the NetBIOS fallback sends: a name query for its own probe name,
-# broadcast, and a node-status request to the node that answered it.
-query="NB query SCANINFO0029, broadcast to 10.9.0.255"
-status="NBSTAT query SCANINFO0029, unicast to 10.9.0.1"
+# broadcast, and a node-status request to the address the answer named.
+query="NB query SCANINFO0029<20>, broadcast to 10.9.0.255"
+asks_status="NBSTAT query SCANINFO0029<20>, unicast to 10.9.0.2"
+# Where a name server is reachable: Wine asks it for the sandbox's own host
+# name, with or without the fallback, and the fallback asks it for the probe
+# name before it broadcasts.
+self_lookup="DNS A query kelvo-sandbox, to 10.9.0.53;DNS AAAA query kelvo-sandbox, to 10.9.0.53"
+probe_lookup="DNS A query SCANINFO0029, to 10.9.0.53"
 CASES=(
 "three-ethernet          |nt   |tap eth0 00:50:56:c0:00:08, tap eth1 00:1a:2b:3c:4d:5e, bridge br0 02:00:00:00:00:03|-|signed  |space   |08-0xc0565800||nothing"
 "non-ethernet-first      |nt   |tun tun0 - 10.9.0.1/24, tap eth0 00:1a:2b:3c:4d:5e|-|picture |enter   |08-0x3c2b444d||nothing"
@@ -37,11 +44,13 @@ CASES=(
 "legacy-skips-unassigned |win98|tap eth0 00:1a:2b:3c:4d:5e, tap eth1 00:50:56:c0:00:08 10.9.0.1/24|-|-       |closebox|08-0xc0565800||nothing"
 "planted-dlls            |nt   ||-|planted |space   |0|Line 245: Got 0x23 from NetBios()|nothing"
 "f1-asks-for-help        |nt   |tap eth0 00:1a:2b:3c:4d:5e|-|f1      |enter   |08-0x3c2b444d||nothing"
-"node-answers            |nt   |tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e|-       |escape|08-0x3c2b444d|Line 289: Got 0x3 from NetBios()|$query;$status"
-"legacy-asks-node        |win98|tap eth0 00:50:56:c0:00:08, tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e|-       |space|08-0x3c2b444d|Line 289: Got 0x3 from NetBios()|$query;$status"
+"node-answers            |nt   |tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e|-       |escape|08-0x3c2b444d|Line 289: Got 0x3 from NetBios()|$query;$asks_status"
+"legacy-asks-node        |win98|tap eth0 00:50:56:c0:00:08, tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e|-       |space|08-0x3c2b444d|Line 289: Got 0x3 from NetBios()|$query;$asks_status"
 "nt-takes-unassigned     |nt   |tap eth0 00:50:56:c0:00:08, tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e|-       |enter|08-0xc0565800||nothing"
-"node-ignores-status     |nt   |tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e ignore|-       |altf4|0|Line 289: Got 0x3 from NetBios()|$query;$status"
-"node-refuses-status     |nt   |tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e negative|-       |closebox|0|Line 368: Got 0x17 from NetBios();Line 289: Got 0x3 from NetBios()|$query;$status"
+"node-ignores-status     |nt   |tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e ignore|-       |altf4|0|Line 289: Got 0x3 from NetBios()|$query;$asks_status"
+"routed-ethernet         |nt   |tap eth0 00:1a:2b:3c:4d:5e 10.9.0.1/24|00:50:56:c0:00:08|routed  |space|08-0x3c2b444d||$self_lookup"
+"routed-node-answers     |nt   |tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e|routed  |enter|08-0x3c2b444d|Line 289: Got 0x3 from NetBios()|$self_lookup;$probe_lookup;$query;$asks_status"
+"node-refuses-status     |nt   |tun tun0 - 10.9.0.1/24|00:1a:2b:3c:4d:5e negative|-       |closebox|0|Line 368: Got 0x17 from NetBios();Line 289: Got 0x3 from NetBios()|$query;$asks_status"
 )
 
 skip() { echo "SKIP: $*"; exit 77; }
@@ -65,7 +74,7 @@ rm -rf "$case_dir" && mkdir -p "$case_dir"
 # The interfaces (and the node), as commands run inside the namespace.
 # Interfaces get no IPv6 link-local address, so that the kernel sends no
 # neighbour discovery of its own: what is captured was sent by Kelvo.
-setup="sysctl -qw net.ipv6.conf.default.addr_gen_mode=1" first_address="" wires=""
+setup="sysctl -qw net.ipv6.conf.default.addr_gen_mode=1" first_device="" wires=""
 IFS=, read -ra devices <<<"$interfaces"
 for device in "${devices[@]}"; do
     read -r kind name mac address <<<"$device"
@@ -77,7 +86,7 @@ for device in "${devices[@]}"; do
     [ "$mac" = - ] || setup+=" && ip link set $name address $mac"
     [ -z "${address:-}" ] || setup+=" && ip addr add $address dev $name && ip link set $name up"
     [ -z "${address:-}" ] || [ "$kind" = bridge ] || wires+=" $kind:$name"
-    first_address=${first_address:-${address%/*}}
+    [ -z "${address:-}" ] || first_device=${first_device:-$name}
 done
 # Every frame sent in the namespace, recorded as sent (packet-buffered and
 # immediate: the namespace's end kills tcpdump), once tcpdump listens.
@@ -87,7 +96,18 @@ setup+=' && { tcpdump -i any -y LINUX_SLL2 --immediate-mode -U -n -Z root -w "$C
     { timeout "$CAPTURE_LIMIT" sh -c "until grep -qs \"listening on\" \"\$CASE_DIR/tcpdump.log\"; do sleep 0.1; done" ||
         { echo "gave_up=tcpdump listening ($CAPTURE_LIMIT s)"; false; }; }'
 [ -z "$wires" ] || setup+=" && /usr/bin/python3 -S $(printf %q "$here/capture.py") hold$wires"
-[ "$node" = - ] || setup+=" && /usr/bin/python3 $(printf %q "$here/nbns_node.py") $first_address $node"
+# The node names, in its answers, an address of its own that is not the one
+# it answers from: so the capture shows where the status request goes.
+[ "$node" = - ] || setup+=" && ip addr add 10.9.0.2/32 dev $first_device &&
+    /usr/bin/python3 $(printf %q "$here/nbns_node.py") 10.9.0.2 $node"
+# Routed: a default route, as on most networks, so that whatever is sent to
+# any address is captured, and the node as the name server of the root's
+# resolver configuration, answering each query at once.
+if [ "$also" = routed ]; then
+    printf 'nameserver 10.9.0.53\n' >"$case_dir/resolv.conf"
+    setup+=" && ip route add default dev $first_device && ip addr add 10.9.0.53/32 dev $first_device &&
+        mount --bind $(printf %q "$case_dir/resolv.conf") \"\$root/etc/resolv.conf\""
+fi
 
 # Kelvo runs from a folder of its own; planted DLLs go beside it, and Wine
 # is told to prefer DLLs there, as Windows' default search order would.
@@ -133,6 +153,6 @@ off_x=$((2 * ${x:-0} + ${w:-0} - 800)) off_y=$((2 * ${y:-0} + ${h:-0} - 600))
 (( ${off_x#-} <= 1 && ${off_y#-} <= 1 )) || check "placement of a ${w}x$h dialog" "centred" "at $x,$y"
 check "standard output" "$(tr ';' '\n' <<<"$output")" "$(value stdout)"
 kinds=$(/usr/bin/python3 "$here/capture.py" kinds "$case_dir/sent.pcap" 2>&1)
-check "kinds of frame sent" "$(tr ';' '\n' <<<"$sent")" "${kinds:-nothing}"
+check "kinds of frame sent" "$(tr ';' '\n' <<<"$sent" | LC_ALL=C sort)" "${kinds:-nothing}"
 [ $status -eq 0 ] && echo "PASS $wanted"
 exit $status

@@ -3,26 +3,32 @@
 # namespace it is started in. It answers every name query (type NB) with
 # ADDRESS, and every node-status query (type NBSTAT) with one name and the
 # hardware address MAC; with "ignore" it never answers a node-status query,
-# with "negative" it refuses it. It returns once it listens, and goes on
-# serving in the background until its namespace ends.
+# with "negative" it refuses it. It also answers every DNS query on UDP
+# port 53 that no such name exists, as a network's resolver would for the
+# probe name. It returns once it listens, and goes on serving in the
+# background until its namespace ends.
 #
 #   nbns_node.py ADDRESS MAC [answer|ignore|negative]
 #
 # Built on scapy's NetBIOS name-service layers (Debian's python3-scapy).
 import os
+import select
 import socket
 import sys
 
+from scapy.layers.dns import DNS
 from scapy.layers.netbios import (NBNS_ADD_ENTRY, NBNSHeader, NBNSNodeStatusResponse,
                                   NBNSNodeStatusResponseService, NBNSQueryRequest,
                                   NBNSQueryResponse)
 
 NB, NBSTAT = 0x20, 0x21
-NAME_ERROR = 3  # negative answer: no such name
+NO_SUCH_NAME = 3  # the negative answer of either service
 
 
 def answer(query, address, mac, status):
     header = NBNSHeader(query)
+    if header.RESPONSE or header.OPCODE != 0:
+        return None  # only queries get an answer (no registration, release, ...)
     question = NBNSQueryRequest(bytes(header.payload))  # same layout for both types
     name = question.QUESTION_NAME.rstrip(b" ")
     reply = NBNSHeader(NAME_TRN_ID=header.NAME_TRN_ID, RESPONSE=1, NM_FLAGS=0x40,
@@ -33,7 +39,7 @@ def answer(query, address, mac, status):
     if question.QUESTION_TYPE != NBSTAT or status == "ignore":
         return None
     if status == "negative":
-        reply.RCODE, reply.ANCOUNT = NAME_ERROR, 0
+        reply.RCODE, reply.ANCOUNT = NO_SUCH_NAME, 0
         return reply
     names = [NBNSNodeStatusResponseService(NETBIOS_NAME=b"KELVO-NODE", SUFFIX=0x20)]
     # scapy's default length is wrong: count, the names, unit id, statistics.
@@ -46,13 +52,20 @@ def main(address, mac, status="answer"):
     node = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
     node.setsockopt(socket.SOL_SOCKET, socket.SO_BROADCAST, 1)
     node.bind(("0.0.0.0", 137))
+    resolver = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+    resolver.bind(("0.0.0.0", 53))
     if os.fork() != 0:
         return
     while True:
-        query, sender = node.recvfrom(1024)
-        reply = answer(query, address, mac, status)
-        if reply is not None:
-            node.sendto(bytes(reply), sender)
+        for ready in select.select([node, resolver], [], [])[0]:
+            query, sender = ready.recvfrom(1024)
+            if ready is resolver:
+                asked = DNS(query)
+                reply = DNS(id=asked.id, qr=1, rd=asked.rd, ra=1, rcode=NO_SUCH_NAME, qd=asked.qd)
+            else:
+                reply = answer(query, address, mac, status)
+            if reply is not None:
+                ready.sendto(bytes(reply), sender)
 
 
 if __name__ == "__main__":
