@@ -60,18 +60,25 @@ report "Machine: ${cpu:-unknown CPU}, $(nproc) cores, $(free -g | awk '/^Mem:/ {
     "Runs: $runs of each program (nobody answering NetBIOS: at most 10) after 3 warm-up rounds," \
     "  alternating; time from CreateProcessW to the dialog shown with its field filled" ""
 
+# A case measures the path it names only if Kelvo showed what that path gives.
+shows() {  # MEASUREMENT IDENTIFIER WHAT
+    grep -q "^Kelvo\.exe .* field $2\$" <<<"$1" || { printf '%s\n' "$1"; die "$3: Kelvo did not show $2"; }
+}
+
 say "adapter list: one Ethernet adapter (tap, 00:1a:2b:3c:4d:5e, 10.9.0.1/24)"
 list=$(measure "$runs" "ip tuntap add dev eth0 mode tap && ip link set eth0 address 00:1a:2b:3c:4d:5e \
     && ip addr add 10.9.0.1/24 dev eth0 && ip link set eth0 up") \
     || { printf '%s\n' "$list"; die "the adapter-list measurement failed"; }
+shows "$list" 08-0x3c2b444d "the adapter-list measurement"
 report "Adapter list (one Ethernet adapter):" "$(grep -v '^ratio=' <<<"$list")"
 list_ratio=$(sed -n 's/^ratio=//p' <<<"$list")
 
 tun="ip tuntap add dev tun0 mode tun && ip addr add 10.9.0.1/24 dev tun0 && ip link set tun0 up"
-node="/usr/bin/python3 '$top/tests/e2e/nbns_node.py' 10.9.0.1 /dev/null 00:1a:2b:3c:4d:5e"
+node="/usr/bin/python3 '$top/tests/e2e/nbns_node.py' 10.9.0.1 00:1a:2b:3c:4d:5e"
 say "node answers: only a non-Ethernet adapter and a NetBIOS node that answers"
 answered=$(measure "$runs" "$tun && $node") \
     || { printf '%s\n' "$answered"; die "the node-answers measurement failed"; }
+shows "$answered" 08-0x3c2b444d "the node-answers measurement"
 report "" "Fallback, a NetBIOS node answers (only a non-Ethernet adapter):" \
     "$(grep -v '^ratio=' <<<"$answered")"
 node_ratio=$(sed -n 's/^ratio=//p' <<<"$answered")
@@ -79,6 +86,7 @@ node_ratio=$(sed -n 's/^ratio=//p' <<<"$answered")
 say "nobody answers: only a non-Ethernet adapter; Kelvo's NetBIOS request times out"
 fallback=$(measure "$((runs < 10 ? runs : 10))" "$tun") \
     || { printf '%s\n' "$fallback"; die "the nobody-answers measurement failed"; }
+shows "$fallback" 0 "the nobody-answers measurement"
 report "" "Fallback, nobody answers (only a non-Ethernet adapter):" "$(grep -v '^ratio=' <<<"$fallback")"
 fallback_ratio=$(sed -n 's/^ratio=//p' <<<"$fallback")
 
