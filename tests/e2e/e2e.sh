@@ -74,7 +74,8 @@ rm -rf "$case_dir" && mkdir -p "$case_dir"
 # The interfaces (and the node), as commands run inside the namespace.
 # Interfaces get no IPv6 link-local address, so that the kernel sends no
 # neighbour discovery of its own: what is captured was sent by Kelvo.
-setup="sysctl -qw net.ipv6.conf.default.addr_gen_mode=1" first_device="" wires=""
+addr_gen=/proc/sys/net/ipv6/conf/default/addr_gen_mode
+setup="{ [ ! -e $addr_gen ] || echo 1 >$addr_gen; }" first_device="" wires=""
 IFS=, read -ra devices <<<"$interfaces"
 for device in "${devices[@]}"; do
     read -r kind name mac address <<<"$device"
@@ -90,11 +91,12 @@ for device in "${devices[@]}"; do
 done
 # Every frame sent in the namespace, recorded as sent (packet-buffered and
 # immediate: the namespace's end kills tcpdump), once tcpdump listens.
-export CASE_DIR=$case_dir CAPTURE_LIMIT=$((10 * ${KELVO_TIME_SCALE:-1}))
+# (SANDBOX_WAIT: the sandbox's own bound on a start-up, scaled.)
+export CASE_DIR=$case_dir
 setup+=' && { tcpdump -i any -y LINUX_SLL2 --immediate-mode -U -n -Z root -w "$CASE_DIR/sent.pcap" \
         </dev/null >/dev/null 2>"$CASE_DIR/tcpdump.log" & } &&
-    { timeout "$CAPTURE_LIMIT" sh -c "until grep -qs \"listening on\" \"\$CASE_DIR/tcpdump.log\"; do sleep 0.1; done" ||
-        { echo "gave_up=tcpdump listening ($CAPTURE_LIMIT s)"; false; }; }'
+    { timeout "$SANDBOX_WAIT" sh -c "until grep -qs \"listening on\" \"\$CASE_DIR/tcpdump.log\"; do sleep 0.1; done" ||
+        { echo "gave_up=tcpdump listening ($SANDBOX_WAIT s)"; false; }; }'
 [ -z "$wires" ] || setup+=" && /usr/bin/python3 -S $(printf %q "$here/capture.py") hold$wires"
 # The node names, in its answers, an address of its own that is not the one
 # it answers from: so the capture shows where the status request goes.
