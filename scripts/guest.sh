@@ -277,11 +277,16 @@ watch_space() {  # DIR PID REPORT
 # kvm where this machine has a usable /dev/kvm on a processor with hardware
 # virtualisation and a guest boots with it within 60 s, else tcg. Found out
 # once per boot of this machine.
+# The accelerator found out since this machine last booted, if any.
+known_accel() {
+    local answer seen
+    read -r answer seen 2>/dev/null <"$guest_dir/accel" &&
+        [ "$seen" = "$(cat /proc/sys/kernel/random/boot_id)" ] && echo "$answer"
+}
 guest_accel() {
-    local cache=$guest_dir/accel boot answer seen
+    local cache=$guest_dir/accel boot answer
     boot=$(cat /proc/sys/kernel/random/boot_id)
-    read -r answer seen 2>/dev/null <"$cache" || true
-    if [ "${seen:-}" != "$boot" ]; then
+    if ! answer=$(known_accel); then
         answer=tcg
         if [ -r /dev/kvm ] && [ -w /dev/kvm ] && grep -qwE 'vmx|svm' /proc/cpuinfo; then
             say "trying whether the guest boots with KVM"
@@ -298,10 +303,7 @@ while [ $# -gt 0 ]; do
     case "$1" in
         --prepare) prepare_guest; exit 0 ;;
         --describe)
-            # The accelerator found out since this machine last booted, if any.
-            accel="accelerator not yet chosen"
-            if read -r answer seen 2>/dev/null <"$guest_dir/accel" &&
-                [ "$seen" = "$(cat /proc/sys/kernel/random/boot_id)" ]; then accel=${answer^^}; fi
+            if accel=$(known_accel); then accel=${accel^^}; else accel="accelerator not yet chosen"; fi
             echo "$accel, no network device, Linux $(cat "$files/kernel" 2>/dev/null || echo "not yet fetched")"
             exit 0 ;;
         # Resolved here: the guest mounts the folder itself, never a link.
