@@ -32,8 +32,9 @@ GUEST_MODULES="virtio_pci virtio_console 9p 9pnet_virtio virtio_blk crc32c_gener
 
 # The guest's first process. It mounts the run's folder (tag "run"), then
 # this machine's files (read-only) at /newroot and what the run's "shares"
-# file lists: "share TAG PATH" (a writable folder), "disk-ro PATH" (the
-# root's image with a throwaway layer on top) or "disk-rw PATH". It runs
+# file lists, in its order: "share-ro TAG PATH" (a folder, read-only),
+# "share TAG PATH" (a writable folder), "disk-ro PATH" (the root's image
+# with a throwaway layer on top) or "disk-rw PATH". It runs
 # command.sh with its output and errors on two virtio consoles (the kernel's
 # own messages go to the serial port, beside the errors), unmounts the disk,
 # writes the exit status to the run's "status" file and powers off.
@@ -71,10 +72,11 @@ mkdir /newroot/run/kelvo
 mount --bind /run-share /newroot/run/kelvo
 disk=""
 while read -r kind tag path; do
+    # Below /tmp, say, the folder is not there: the guest's own /tmp hides it.
+    mkdir -p "/newroot$path"
     case $kind in
-        share)
-            mkdir -p "/newroot$path"  # below /tmp, say, the folder is not there
-            mount -t 9p -o "$p9,cache=loose" "$tag" "/newroot$path" || fail "cannot mount $path" ;;
+        share-ro) mount -t 9p -o "$p9,cache=loose,ro" "$tag" "/newroot$path" || fail "cannot mount $path" ;;
+        share) mount -t 9p -o "$p9,cache=loose" "$tag" "/newroot$path" || fail "cannot mount $path" ;;
         disk-ro)
             # Read-only underneath, writable on top: what a run changes in
             # the root (its mount points, for one) is gone with the guest.
@@ -201,7 +203,10 @@ boot_guest() {  # ACCEL LIMIT COMMAND...
     # privilege, which SMAP forbids: Wine's first program would oops the
     # guest. KVM runs the processor's own.
     if [ "$accel" = kvm ]; then qemu+=(-accel kvm -cpu host); else qemu+=(-accel tcg,thread=multi -cpu max,-smap); fi
-    : >"$run/shares"
+    # The checkout, at its own path: where the guest mounts a file system of
+    # its own (/tmp, /run, /dev/shm), this machine's files do not show it.
+    qemu+=(-virtfs "local,path=${KELVO_TOP//,/,,},mount_tag=top,readonly=on,security_model=passthrough,multidevs=remap")
+    printf 'share-ro top %s\n' "$KELVO_TOP" >"$run/shares"
     # Writable shares map ownership and modes to extended attributes, so
     # that what the guest writes as root (a set-user-ID file, a device)
     # appears on this machine as a plain file of QEMU's user.
