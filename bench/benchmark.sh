@@ -34,7 +34,6 @@ node_target=1.25
 
 need_root
 prepare_build
-ensure_host_packages python3-scapy  # the NetBIOS node
 run_child cmake --build --preset mingw --target Kelvo KelvoFloor kelvo_bench
 top=$KELVO_TOP
 build=$top/build/mingw
@@ -74,7 +73,7 @@ report "Adapter list (one Ethernet adapter):" "$(grep -v '^ratio=' <<<"$list")"
 list_ratio=$(sed -n 's/^ratio=//p' <<<"$list")
 
 tun="ip tuntap add dev tun0 mode tun && ip addr add 10.9.0.1/24 dev tun0 && ip link set tun0 up"
-node="/usr/bin/python3 '$top/tests/e2e/nbns_node.py' 10.9.0.1 00:1a:2b:3c:4d:5e"
+node="/usr/bin/python3 -S '$top/tests/e2e/peer.py' serve node 10.9.0.1 00:1a:2b:3c:4d:5e"
 say "node answers: only a non-Ethernet adapter and a NetBIOS node that answers"
 answered=$(measure "$runs" "$tun && $node") \
     || { printf '%s\n' "$answered"; die "the node-answers measurement failed"; }

@@ -14,8 +14,6 @@ prepare_build
 # make its key), OpenSSL's PKCS#11 engine, and a time-stamping service
 # (openssl ts behind Python's http.server).
 ensure_host_packages osslsigncode openssl libengine-pkcs11-openssl softhsm2 opensc python3
-# The NetBIOS node of the end-to-end table; its cases skip without it.
-ensure_host_packages python3-scapy || say "python3-scapy could not be installed: the NetBIOS node cases will be skipped"
 # The capture of every frame Kelvo sends, in each end-to-end case.
 ensure_host_packages tcpdump
 # The guest's module packaging test reads compressed modules.

@@ -13,7 +13,7 @@ scripts=$(cd "$here/../../scripts" && pwd -P) docs=$(cd "$here/../../docs" && pw
 # One case a line, fields separated by "|":
 #   name | Windows (nt, win98) | interfaces | NetBIOS node | also | how the
 #   dialog is closed | expected field | expected output lines (";") | every
-#   kind of frame Kelvo sent, on any interface (";", as capture.py names
+#   kind of frame Kelvo sent, on any interface (";", as peer.py names
 #   them; "nothing")
 # Interfaces, separated by ",": KIND NAME MAC [IPV4/PREFIX]. KIND is tap or
 # bridge (Ethernet to Windows) or tun (not Ethernet, MAC "-"); an interface
@@ -66,8 +66,6 @@ IFS='|' read -r _ windows interfaces node also close field output sent <<<"$(sed
 unshare --net --mount true 2>/dev/null ||
     skip "this machine cannot make private network namespaces (needs root and unshare)"
 command -v tcpdump >/dev/null || skip "the capture of what Kelvo sends needs Debian's tcpdump, which is not installed"
-[ "$node" = - ] || /usr/bin/python3 -c 'import scapy.layers.netbios' 2>/dev/null ||
-    skip "the NetBIOS node needs Debian's python3-scapy, which is not installed"
 case_dir=$build/tests/e2e/cases/$wanted
 rm -rf "$case_dir" && mkdir -p "$case_dir"
 
@@ -97,11 +95,10 @@ setup+=' && { tcpdump -i any -y LINUX_SLL2 --immediate-mode -U -n -Z root -w "$C
         </dev/null >/dev/null 2>"$CASE_DIR/tcpdump.log" & } &&
     { timeout "$SANDBOX_WAIT" sh -c "until grep -qs \"listening on\" \"\$CASE_DIR/tcpdump.log\"; do sleep 0.1; done" ||
         { echo "gave_up=tcpdump listening ($SANDBOX_WAIT s)"; false; }; }'
-[ -z "$wires" ] || setup+=" && /usr/bin/python3 -S $(printf %q "$here/capture.py") hold$wires"
 # The node names, in its answers, an address of its own that is not the one
 # it answers from: so the capture shows where the status request goes.
-[ "$node" = - ] || setup+=" && ip addr add 10.9.0.2/32 dev $first_device &&
-    /usr/bin/python3 $(printf %q "$here/nbns_node.py") 10.9.0.2 $node"
+[ "$node" = - ] || { setup+=" && ip addr add 10.9.0.2/32 dev $first_device"; wires+=" node 10.9.0.2 $node"; }
+[ -z "$wires" ] || setup+=" && /usr/bin/python3 -S $(printf %q "$here/peer.py") serve$wires"
 # Routed: a default route, as on most networks, so that whatever is sent to
 # any address is captured, and the node as the name server of the root's
 # resolver configuration, answering each query at once.
@@ -154,7 +151,7 @@ IFS=, read -r x y w h <<<"$(value frame)"
 off_x=$((2 * ${x:-0} + ${w:-0} - 800)) off_y=$((2 * ${y:-0} + ${h:-0} - 600))
 (( ${off_x#-} <= 1 && ${off_y#-} <= 1 )) || check "placement of a ${w}x$h dialog" "centred" "at $x,$y"
 check "standard output" "$(tr ';' '\n' <<<"$output")" "$(value stdout)"
-kinds=$(/usr/bin/python3 "$here/capture.py" kinds "$case_dir/sent.pcap" 2>&1)
+kinds=$(/usr/bin/python3 -S "$here/peer.py" kinds "$case_dir/sent.pcap" 2>&1)
 check "kinds of frame sent" "$(tr ';' '\n' <<<"$sent" | LC_ALL=C sort)" "${kinds:-nothing}"
 [ $status -eq 0 ] && echo "PASS $wanted"
 exit $status
